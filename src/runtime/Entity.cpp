@@ -1,0 +1,147 @@
+// The list of an entity's notifiees: one in place, or a heap block in order of registration.
+#include "runtime/Entity.h"
+
+#include <memory>
+#include <vector>
+
+#include "runtime/Trace.h"
+
+namespace Rix {
+
+static_assert(sizeof(NotifieeBase) == 24 && sizeof(Entity) == 24);
+
+namespace {
+TraceHandle traceHandle("Rix");
+}
+
+// Removed notifiees leave a null behind, which goes when more than half are nulls and no visit is under way: so
+// places stand still during a visit, and leaving costs the same however long the list is.
+struct Entity::List {
+  std::vector<NotifieeBase*> notifiees;
+  U32 depth = 0;
+  U32 removed = 0;
+};
+
+void NotifieeBase::onNotificationException(std::exception const& exception) {
+  RIX_TRACE(traceHandle, 0, "exception left a handler: " << exception.what());
+}
+
+NotifieeBase::~NotifieeBase() {
+  rixListedIs(false);
+  if (notifier_) notifier_->rixRelease();
+}
+
+void NotifieeBase::rixListedIs(bool listed) {
+  if (((flags_ & listedFlag) != 0) == listed) return;
+  flags_ ^= listedFlag;
+  if (listed) {
+    notifier_->rixAdd(*this);
+  } else {
+    notifier_->rixRemove(*this);
+  }
+}
+
+void NotifieeBase::isRegisteredNotifieeIs(bool registered) {
+  flags_ = static_cast<U16>(registered ? flags_ | registeredFlag : flags_ & ~registeredFlag);
+  if (notifier_) rixListedIs(registered && !isZombie());
+}
+
+void NotifieeBase::rixDoZombieReactors(bool zombie) {
+  flags_ = static_cast<U16>(zombie ? flags_ | zombieFlag : flags_ & ~zombieFlag);
+  if (notifier_) rixListedIs(isRegisteredNotifiee() && !zombie);
+}
+
+void NotifieeBase::rixNotifierIs(Entity* entity) {
+  if (entity == notifier_) return;
+  rixListedIs(false);
+  Entity* old = notifier_;
+  notifier_ = entity;
+  if (entity) entity->rixReference();
+  if (old) old->rixRelease();
+  if (!entity || isZombie()) return;
+  rixSweep();
+  // The sweep may have moved this notifiee on to another entity, or none.
+  if (notifier_ == entity && isRegisteredNotifiee() && !isZombie()) rixListedIs(true);
+}
+
+Entity::~Entity() {
+  RIX_ASSERT(watchers_ == 0 || (watchers_ & listTag) != 0);
+  if ((watchers_ & listTag) != 0) {
+    RIX_ASSERT(notifieeCount() == 0 && rixList()->depth == 0);
+    delete rixList();
+  }
+}
+
+U32 Entity::notifieeCount() const {
+  if (watchers_ == 0) return 0;
+  if ((watchers_ & listTag) == 0) return 1;
+  return static_cast<U32>(rixList()->notifiees.size()) - rixList()->removed;
+}
+
+void Entity::rixAdd(NotifieeBase& notifiee) {
+  interest_ |= notifiee.rixInterest();
+  if (watchers_ == 0) {
+    watchers_ = reinterpret_cast<std::uintptr_t>(&notifiee);
+    return;
+  }
+  if ((watchers_ & listTag) == 0) {
+    auto list = std::make_unique<List>();
+    auto* first = reinterpret_cast<NotifieeBase*>(watchers_);
+    first->position_ = 0;
+    list->notifiees.push_back(first);
+    watchers_ = reinterpret_cast<std::uintptr_t>(list.release()) | listTag;
+  }
+  List& list = *rixList();
+  if (list.depth == 0) rixCompact(list);
+  notifiee.position_ = static_cast<U32>(list.notifiees.size());
+  list.notifiees.push_back(&notifiee);
+}
+
+void Entity::rixRemove(NotifieeBase& notifiee) {
+  if ((watchers_ & listTag) == 0) {
+    RIX_ASSERT(watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee));
+    watchers_ = 0;
+    interest_ = 0;
+    return;
+  }
+  List& list = *rixList();
+  RIX_ASSERT(list.notifiees.at(notifiee.position_) == &notifiee);
+  list.notifiees[notifiee.position_] = nullptr;
+  ++list.removed;
+  if (list.removed == list.notifiees.size()) interest_ = 0;
+  if (list.depth == 0) rixCompact(list);
+}
+
+void Entity::rixCompact(List& list) {
+  if (list.removed * 2 <= list.notifiees.size()) return;
+  interest_ = 0;
+  U32 place = 0;
+  for (NotifieeBase* notifiee : list.notifiees) {
+    if (!notifiee) continue;
+    notifiee->position_ = place;
+    list.notifiees[place++] = notifiee;
+    interest_ |= notifiee->rixInterest();
+  }
+  list.notifiees.resize(place);
+  list.removed = 0;
+}
+
+void Entity::rixVisitList(ErasedCall call, void const* argument) {
+  // A handler may drop the last reference to this entity.
+  Ptr<Entity> keep(references() != 0 ? this : nullptr);
+  List& list = *rixList();
+  auto const count = list.notifiees.size();
+  struct Depth {
+    Entity& entity;
+    List& list;
+    ~Depth() {
+      if (--list.depth == 0) entity.rixCompact(list);
+    }
+  } depth{*this, list};
+  ++list.depth;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (NotifieeBase* notifiee = list.notifiees[i]) rixGuarded(*notifiee, call, argument);
+  }
+}
+
+}  // namespace Rix
