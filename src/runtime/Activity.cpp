@@ -74,21 +74,33 @@ void Activity::dispatch(std::function<void()> const& input) {
   turn(time_.now(), input);
 }
 
+void Activity::post(std::function<void()> input) { posted_.push_back(std::move(input)); }
+
 void Activity::runDueTimers() {
   double const until = time_.now();
-  while (timers_.firstTime() <= until) {
-    double const deadline = timers_.firstTime();
-    worstTimerLateness_ = std::max(worstTimerLateness_, until - deadline);
-    turn(deadline, [this] {
-      TimerSlot& slot = timers_.takeFirst();
-      auto& watcher = *reinterpret_cast<Clock::NotifieeConst::Timer*>(&slot)->watcher;
-      if (!watcher.isRegisteredNotifiee() || watcher.isZombie()) return;
-      try {
-        watcher.onTime();
-      } catch (std::exception const& exception) {
-        watcher.onNotificationException(exception);
-      }
-    });
+  for (;;) {
+    if (timers_.firstTime() <= until) {
+      double const deadline = timers_.firstTime();
+      worstTimerLateness_ = std::max(worstTimerLateness_, until - deadline);
+      turn(deadline, [this] { fireFirst(); });
+    } else if (!posted_.empty()) {
+      auto const input = std::move(posted_.front());
+      posted_.pop_front();
+      turn(until, input);
+    } else {
+      return;
+    }
+  }
+}
+
+void Activity::fireFirst() {
+  TimerSlot& slot = timers_.takeFirst();
+  auto& watcher = *reinterpret_cast<Clock::NotifieeConst::Timer*>(&slot)->watcher;
+  if (!watcher.isRegisteredNotifiee() || watcher.isZombie()) return;
+  try {
+    watcher.onTime();
+  } catch (std::exception const& exception) {
+    watcher.onNotificationException(exception);
   }
 }
 

@@ -11,6 +11,7 @@
 // Nothing here reads a clock of the system: time is handed in.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -79,12 +80,14 @@ class Activity {
     Activity* before_;
   };
 
-  // Runs one piece of input as a turn of its own, after the timers that are due by then.
+  // Runs one piece of input as a turn of its own, after all that is due by then.
   void dispatch(std::function<void()> const& input);
-  // Runs every timer that is due by the time source's now, each as a turn, in order.
+  // Leaves a piece of input for a turn of its own, after those left before it.
+  void post(std::function<void()> input);
+  // Runs every timer that is due by the time source's now, in order, and then what was posted, each as a turn.
   void runDueTimers();
-  // When the next timer is due, on the scale of now(); `never` if none is set.
-  double nextDeadline() { return timers_.firstTime(); }
+  // When something is due next, on the scale of now(); `never` if nothing is.
+  double nextDeadline() { return posted_.empty() ? timers_.firstTime() : now_; }
 
   double now();
   double utcNow() { return time_.utcNow(); }
@@ -107,9 +110,11 @@ class Activity {
  private:
   friend class Clock::NotifieeConst;
   void turn(double now, std::function<void()> const& body);
+  void fireFirst();
 
   TimeSource& time_;
   TimerQueue timers_;
+  std::deque<std::function<void()>> posted_;
   double now_;
   bool dispatching_ = false;
   double worstTimerLateness_ = 0;
