@@ -55,6 +55,7 @@ class Clock : public Entity {
   explicit Clock(Activity& activity) : activity_(activity) {}
   Type const& fwkType() const override;
 
+  static constexpr Interest rixCollections = 0;
   // The clock visits nobody: its watchers hear from the activity when their time has come.
   template <class Derived>
   static constexpr Interest rixInterestOf() {

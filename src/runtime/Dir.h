@@ -23,6 +23,7 @@ class Dir : public Entity {
       void rixSweepCollections(Interest) {}
     };
     using Notifiee = NotifieeConst;
+    static constexpr Interest rixCollections = 0;
     template <class D>
     static constexpr Interest rixInterestOf() {
       return std::is_same_v<decltype(&D::onStatus), void (NotifieeConst::*)()> ? Interest{0} : interestBit(0);
@@ -53,6 +54,7 @@ class Dir : public Entity {
     void rixSweepCollections(Interest interest);
   };
   using Notifiee = NotifieeConst;
+  static constexpr Interest rixCollections = interestBit(0) | interestBit(1);
   template <class D>
   static constexpr Interest rixInterestOf() {
     Interest interest = 0;

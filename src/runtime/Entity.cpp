@@ -27,41 +27,18 @@ void NotifieeBase::onNotificationException(std::exception const& exception) {
 }
 
 NotifieeBase::~NotifieeBase() {
-  rixListedIs(false);
+  rixListedIs(false, 0);
   if (notifier_) notifier_->rixRelease();
-}
-
-void NotifieeBase::rixListedIs(bool listed) {
-  if (((flags_ & listedFlag) != 0) == listed) return;
-  flags_ ^= listedFlag;
-  if (listed) {
-    notifier_->rixAdd(*this);
-  } else {
-    notifier_->rixRemove(*this);
-  }
 }
 
 void NotifieeBase::isRegisteredNotifieeIs(bool registered) {
   flags_ = static_cast<U16>(registered ? flags_ | registeredFlag : flags_ & ~registeredFlag);
-  if (notifier_) rixListedIs(registered && !isZombie());
+  if (notifier_) rixListedIs(registered && !isZombie(), rixInterest());
 }
 
 void NotifieeBase::rixDoZombieReactors(bool zombie) {
   flags_ = static_cast<U16>(zombie ? flags_ | zombieFlag : flags_ & ~zombieFlag);
-  if (notifier_) rixListedIs(isRegisteredNotifiee() && !zombie);
-}
-
-void NotifieeBase::rixNotifierIs(Entity* entity) {
-  if (entity == notifier_) return;
-  rixListedIs(false);
-  Entity* old = notifier_;
-  notifier_ = entity;
-  if (entity) entity->rixReference();
-  if (old) old->rixRelease();
-  if (!entity || isZombie()) return;
-  rixSweep();
-  // The sweep may have moved this notifiee on to another entity, or none.
-  if (notifier_ == entity && isRegisteredNotifiee() && !isZombie()) rixListedIs(true);
+  if (notifier_) rixListedIs(isRegisteredNotifiee() && !zombie, rixInterest());
 }
 
 Entity::~Entity() {
@@ -78,12 +55,7 @@ U32 Entity::notifieeCount() const {
   return static_cast<U32>(rixList()->notifiees.size()) - rixList()->removed;
 }
 
-void Entity::rixAdd(NotifieeBase& notifiee) {
-  interest_ |= notifiee.rixInterest();
-  if (watchers_ == 0) {
-    watchers_ = reinterpret_cast<std::uintptr_t>(&notifiee);
-    return;
-  }
+void Entity::rixAddToList(NotifieeBase& notifiee) {
   if ((watchers_ & listTag) == 0) {
     auto list = std::make_unique<List>();
     auto* first = reinterpret_cast<NotifieeBase*>(watchers_);
@@ -97,13 +69,7 @@ void Entity::rixAdd(NotifieeBase& notifiee) {
   list.notifiees.push_back(&notifiee);
 }
 
-void Entity::rixRemove(NotifieeBase& notifiee) {
-  if ((watchers_ & listTag) == 0) {
-    RIX_ASSERT(watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee));
-    watchers_ = 0;
-    interest_ = 0;
-    return;
-  }
+void Entity::rixRemoveFromList(NotifieeBase& notifiee) {
   List& list = *rixList();
   RIX_ASSERT(list.notifiees.at(notifiee.position_) == &notifiee);
   list.notifiees[notifiee.position_] = nullptr;

@@ -55,8 +55,9 @@ class NotifieeBase {
 
   Entity* rixNotifier() const { return notifier_; }
   // Watches another entity, or none. Equal: nothing happens. Otherwise leaves the old one, sweeps the watched
-  // collections of the new one (unless zombie), then registers there.
-  void rixNotifierIs(Entity* entity);
+  // collections of the new one (unless zombie), then registers there. `interest` is rixInterest(), and `sweeps` whether
+  // it holds collections: the caller knows both when it is compiled.
+  void rixNotifierIs(Entity* entity, Interest interest, bool sweeps);
 
   // The distance to the reactor that holds this watcher, in units of 8 bytes (see Watch.h).
   U16 ownerDistance_ = 0;
@@ -67,7 +68,7 @@ class NotifieeBase {
   static constexpr U16 zombieFlag = 2;
   static constexpr U16 listedFlag = 4;  // is in the list
 
-  void rixListedIs(bool listed);
+  void rixListedIs(bool listed, Interest interest);
 
   U16 flags_ = registeredFlag;
   U32 position_ = 0;  // in the entity's list, when it has one
@@ -122,8 +123,25 @@ class Entity : public PtrInterface {
     }
   }
   void rixVisitList(ErasedCall call, void const* argument);
-  void rixAdd(NotifieeBase& notifiee);
-  void rixRemove(NotifieeBase& notifiee);
+  void rixAdd(NotifieeBase& notifiee, Interest interest) {
+    interest_ |= interest;
+    if (watchers_ == 0) {
+      watchers_ = reinterpret_cast<std::uintptr_t>(&notifiee);
+    } else {
+      rixAddToList(notifiee);
+    }
+  }
+  void rixRemove(NotifieeBase& notifiee) {
+    if ((watchers_ & listTag) == 0) {
+      RIX_ASSERT(watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee));
+      watchers_ = 0;
+      interest_ = 0;
+    } else {
+      rixRemoveFromList(notifiee);
+    }
+  }
+  void rixAddToList(NotifieeBase& notifiee);
+  void rixRemoveFromList(NotifieeBase& notifiee);
   List* rixList() const { return reinterpret_cast<List*>(watchers_ & ~listTag); }
   void rixCompact(List& list);
 
@@ -132,5 +150,31 @@ class Entity : public PtrInterface {
   Interest interest_ = 0;
   std::uintptr_t watchers_ = 0;  // 0: none; untagged: the one watcher; tagged: a List
 };
+
+// Whoever is interested in nothing is never listed: the watchers of a clock, for one.
+inline void NotifieeBase::rixListedIs(bool listed, Interest interest) {
+  if (((flags_ & listedFlag) != 0) == listed || (listed && interest == 0)) return;
+  flags_ ^= listedFlag;
+  if (listed) {
+    notifier_->rixAdd(*this, interest);
+  } else {
+    notifier_->rixRemove(*this);
+  }
+}
+
+inline void NotifieeBase::rixNotifierIs(Entity* entity, Interest interest, bool sweeps) {
+  if (entity == notifier_) return;
+  rixListedIs(false, interest);
+  Entity* const old = std::exchange(notifier_, entity);
+  if (entity) entity->rixReference();
+  if (old) old->rixRelease();
+  if (!entity || isZombie()) return;
+  if (sweeps) {
+    rixSweep();
+    // The sweep may have moved this notifiee on to another entity, or none.
+    if (notifier_ != entity || isZombie()) return;
+  }
+  if (isRegisteredNotifiee()) rixListedIs(true, interest);
+}
 
 }  // namespace Rix

@@ -35,7 +35,11 @@ class Watch : public std::remove_const_t<T>::NotifieeConst {
   }
   T& operator*() const { return *operator->(); }
   explicit operator bool() const { return notifier() != nullptr; }
-  void notifierIs(T* entity) { this->rixNotifierIs(const_cast<std::remove_const_t<T>*>(entity)); }
+  void notifierIs(T* entity) {
+    constexpr Interest interest = std::remove_const_t<T>::template rixInterestOf<Derived>();
+    this->rixNotifierIs(const_cast<std::remove_const_t<T>*>(entity), interest,
+                        (interest & std::remove_const_t<T>::rixCollections) != 0);
+  }
   void notifierIs(Ptr<T> const& entity) { notifierIs(entity.get()); }
 
   Interest rixInterest() const final { return std::remove_const_t<T>::template rixInterestOf<Derived>(); }

@@ -181,7 +181,8 @@ class Printer:
                 if a.kind == 'queue':
                     out.append(f'    virtual void on{a.cap}Metadata() {{}}')
         out += ['', '    void rixSweepCollections(Rix::Interest interest);', '  };',
-                '  using Notifiee = NotifieeConst;', '',
+                '  using Notifiee = NotifieeConst;',
+                f'  static constexpr Rix::Interest rixCollections = {self.collections(e)};',
                 '  template <class D>', '  static constexpr Rix::Interest rixInterestOf() {',
                 '    Rix::Interest interest = 0;']
         for i, a in enumerate(e.attributes):
@@ -195,6 +196,10 @@ class Printer:
             out.append(f'    if constexpr ({test}) interest |= Rix::interestBit({i});')
         out += ['    return interest;', '  }']
         return out
+
+    def collections(self, e):
+        bits = [f'Rix::interestBit({i})' for i, a in enumerate(e.attributes) if a.keyed]
+        return ' | '.join(bits) or '0'
 
     def operations(self, e, a):
         n, cap, i = a.name, a.cap, e.attributes.index(a)

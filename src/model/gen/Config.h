@@ -31,7 +31,7 @@ class ZebProbeConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(5);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -165,7 +165,7 @@ class ZebConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(2);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -252,7 +252,7 @@ class ClientReachabilityGroup : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -320,7 +320,7 @@ class ClientConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -404,7 +404,7 @@ class ClientStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -461,7 +461,8 @@ class ZebTransmitterConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections =
+      Rix::interestBit(2) | Rix::interestBit(3) | Rix::interestBit(4) | Rix::interestBit(5);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -604,7 +605,7 @@ class ZebSonarConfigV1 : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;

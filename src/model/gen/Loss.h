@@ -39,7 +39,7 @@ class ProbeStreamEvent : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -261,7 +261,7 @@ class ProbeStreamEventTable : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -327,7 +327,7 @@ class ProbeStreamEventsQueue : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -400,7 +400,7 @@ class ZebProbeStreamEventsDir : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -478,7 +478,7 @@ class SwitchHostLossRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -716,7 +716,7 @@ class StreamTtlLossRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(8);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -934,7 +934,7 @@ class StreamLossRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(6);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1134,7 +1134,7 @@ class DevicePairLossRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1198,7 +1198,7 @@ class LossEventStreamPath : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1269,7 +1269,7 @@ class ProbeLossStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0) | Rix::interestBit(1) | Rix::interestBit(2);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;

@@ -23,7 +23,7 @@ class IntfStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -77,7 +77,7 @@ class Status : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -137,7 +137,7 @@ class NetConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -188,7 +188,7 @@ class Status : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -272,7 +272,7 @@ class ClusterStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -400,7 +400,7 @@ class ClusterStatusDir : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;

@@ -29,7 +29,7 @@ class ProbeStreamEgressStats : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -97,7 +97,7 @@ class ProbeStreamIngressStats : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -253,7 +253,7 @@ class ClientProbeStreamEgressRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -329,7 +329,7 @@ class ClientProbeStreamIngressRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -443,7 +443,7 @@ class ClientProbeStreamRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1) | Rix::interestBit(4) | Rix::interestBit(5);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -585,7 +585,7 @@ class ClientProbeStreamTable : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -645,7 +645,7 @@ class ZebSonarStatusV1 : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -697,7 +697,7 @@ class ProbeStreamEgressRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -795,7 +795,7 @@ class ProbeStreamSwitchIngressRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -919,7 +919,7 @@ class ProbeStreamIngressRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(3);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1036,7 +1036,7 @@ class ProbeStreamRecord : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1) | Rix::interestBit(4) | Rix::interestBit(5);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1175,7 +1175,7 @@ class ProbeStreamTable : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1241,7 +1241,7 @@ class PairDestinationStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1304,7 +1304,7 @@ class PairSourceStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -1370,7 +1370,7 @@ class PairStreamStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;

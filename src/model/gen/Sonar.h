@@ -41,7 +41,8 @@ class TransmitterConfig : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections =
+      Rix::interestBit(2) | Rix::interestBit(3) | Rix::interestBit(4) | Rix::interestBit(5) | Rix::interestBit(7);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -236,7 +237,7 @@ class Config : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(2);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -323,7 +324,7 @@ class TransmitterList : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -383,7 +384,7 @@ class TransmitterStatus : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = 0;
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
@@ -441,7 +442,7 @@ class Status : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
-
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1) | Rix::interestBit(2);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     Rix::Interest interest = 0;
