@@ -21,7 +21,7 @@ class FileError : public std::runtime_error {
 };
 
 // The whole content of a file of at most `maxSize` bytes. Throws FileError.
-std::string readSmallFile(const std::string& path, std::size_t maxSize = 1024 * 1024);
+std::string readSmallFile(const std::string& path, std::size_t maxSize = 1 << 20);
 
 // Replaces the content of a file, or makes the file. After a crash at any moment it holds the old content or the new
 // one, whole, and when this returns the new one is on the disk. Two writers of one file must not meet in time. The
