@@ -46,7 +46,7 @@ struct EventLoopTest : testing::Test {
   std::vector<std::string> seen;
 };
 
-TEST_F(EventLoopTest, allDueTimersFireBeforeInput) {
+TEST_F(EventLoopTest, AllDueTimersFireBeforeInput) {
   const Pipe pipe;
   pipe.put();
   const double now = monotonicSeconds();
@@ -59,7 +59,7 @@ TEST_F(EventLoopTest, allDueTimersFireBeforeInput) {
   EXPECT_THAT(seen, testing::ElementsAre("timer 0", "timer 1", "timer 2", "input"));
 }
 
-TEST_F(EventLoopTest, aTimerThatAnInputMakesDueFiresBeforeTheNextInput) {
+TEST_F(EventLoopTest, ATimerThatAnInputMakesDueFiresBeforeTheNextInput) {
   const Pipe first, second;
   first.put();
   second.put();
@@ -81,7 +81,7 @@ TEST_F(EventLoopTest, aTimerThatAnInputMakesDueFiresBeforeTheNextInput) {
   EXPECT_THAT(seen, testing::ElementsAre("input", "timer", "input"));
 }
 
-TEST_F(EventLoopTest, aTimerFiresNotBeforeItsMomentAndItsLatenessIsKept) {
+TEST_F(EventLoopTest, ATimerFiresNotBeforeItsMomentAndItsLatenessIsKept) {
   const double start = monotonicSeconds();
   double deadline = start - 0.25;
   loop.timersAre([&] { return deadline; },
@@ -96,7 +96,7 @@ TEST_F(EventLoopTest, aTimerFiresNotBeforeItsMomentAndItsLatenessIsKept) {
   EXPECT_EQ(loop.worstLateness(), 0);
 }
 
-TEST_F(EventLoopTest, everyTurnEndsOnce) {
+TEST_F(EventLoopTest, EveryTurnEndsOnce) {
   const Pipe pipe;
   pipe.put();
   timersAt({monotonicSeconds() - 1});
@@ -109,7 +109,7 @@ TEST_F(EventLoopTest, everyTurnEndsOnce) {
   EXPECT_THAT(seen, testing::ElementsAre("end", "timer 0", "end", "input", "end"));
 }
 
-TEST_F(EventLoopTest, aRemovedDescriptorIsNotServedEvenIfItsNumberIsUsedAgain) {
+TEST_F(EventLoopTest, ARemovedDescriptorIsNotServedEvenIfItsNumberIsUsedAgain) {
   Pipe first, second;
   const Pipe last;
   first.put();
@@ -135,7 +135,7 @@ TEST_F(EventLoopTest, aRemovedDescriptorIsNotServedEvenIfItsNumberIsUsedAgain) {
   EXPECT_THAT(seen, testing::ElementsAre("served"));
 }
 
-TEST_F(EventLoopTest, aHandlerMayRemoveItself) {
+TEST_F(EventLoopTest, AHandlerMayRemoveItself) {
   const Pipe pipe;
   pipe.put();
   const std::string text = "a capture that is still read after the removal";
@@ -149,7 +149,7 @@ TEST_F(EventLoopTest, aHandlerMayRemoveItself) {
   loop.remove(pipe.out.fd());  // once more: passed over
 }
 
-TEST_F(EventLoopTest, otherEventsCanBeWatchedForLater) {
+TEST_F(EventLoopTest, OtherEventsCanBeWatchedForLater) {
   const Pipe pipe;
   std::uint32_t got = 0;
   loop.add(pipe.in.fd(), 0, [&](std::uint32_t events) {
@@ -164,7 +164,7 @@ TEST_F(EventLoopTest, otherEventsCanBeWatchedForLater) {
   EXPECT_EQ(got, std::uint32_t{EPOLLOUT});
 }
 
-TEST_F(EventLoopTest, anExceptionPassesAndTheLoopCanGoOn) {
+TEST_F(EventLoopTest, AnExceptionPassesAndTheLoopCanGoOn) {
   timersAt({monotonicSeconds()});
   loop.timersAre([this] { return fired < 2 ? 0.0 : never; },
                  [this] {
@@ -176,7 +176,7 @@ TEST_F(EventLoopTest, anExceptionPassesAndTheLoopCanGoOn) {
   EXPECT_EQ(fired, 2U);
 }
 
-TEST_F(EventLoopTest, aSignalEndsTheLoopAndIsNamed) {
+TEST_F(EventLoopTest, ASignalEndsTheLoopAndIsNamed) {
   for (const int signal : {SIGTERM, SIGINT}) {
     EventLoop stoppable;
     stoppable.stopOnSignals();
@@ -188,7 +188,7 @@ TEST_F(EventLoopTest, aSignalEndsTheLoopAndIsNamed) {
   }
 }
 
-TEST_F(EventLoopTest, aDescriptorThatCannotBeWatchedIsAnError) {
+TEST_F(EventLoopTest, ADescriptorThatCannotBeWatchedIsAnError) {
   EXPECT_THROW(loop.add(-1, EPOLLIN, [](std::uint32_t) {}), std::system_error);
 }
 

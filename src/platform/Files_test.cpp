@@ -41,7 +41,7 @@ class FilesTest : public testing::Test {
   std::filesystem::path folder;
 };
 
-TEST_F(FilesTest, aFileIsReplacedAsAWholeAndLeavesNothingBeside) {
+TEST_F(FilesTest, AFileIsReplacedAsAWholeAndLeavesNothingBeside) {
   put("state", "a longer content than the next");
   put("state.new", "what a crash left");
   writeFileAtomically(path("state"), "next");
@@ -49,7 +49,7 @@ TEST_F(FilesTest, aFileIsReplacedAsAWholeAndLeavesNothingBeside) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
 }
 
-TEST_F(FilesTest, aSecretFileIsReadableForItsOwnerOnly) {
+TEST_F(FilesTest, ASecretFileIsReadableForItsOwnerOnly) {
   put("keys.new", "what a crash left, readable for all");
   writeFileAtomically(path("keys"), "secret", true);
   struct stat status {};
@@ -57,14 +57,14 @@ TEST_F(FilesTest, aSecretFileIsReadableForItsOwnerOnly) {
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(FilesTest, aFileThatCannotBeReadOrWrittenIsNamed) {
+TEST_F(FilesTest, AFileThatCannotBeReadOrWrittenIsNamed) {
   EXPECT_THAT(errorOf([&] { readSmallFile(path("none")); }), testing::HasSubstr(path("none") + ": cannot open: "));
   EXPECT_THAT(errorOf([&] { readSmallFile(put("large", "12345"), 4); }), testing::HasSubstr("at most 4 bytes"));
   EXPECT_EQ(readSmallFile(put("fits", "1234"), 4), "1234");
   EXPECT_THAT(errorOf([&] { writeFileAtomically(path("no/such"), ""); }), testing::HasSubstr(path("no/such")));
 }
 
-TEST_F(FilesTest, aCounterRisesAcrossRestartsAndCrashes) {
+TEST_F(FilesTest, ACounterRisesAcrossRestartsAndCrashes) {
   std::uint64_t last = 0;
   for (int start = 0; start < 5; ++start) {
     RisingCounter counter(path("epoch"), 1, 4);  // forgotten at the end of the loop's body, as in a crash
@@ -76,7 +76,7 @@ TEST_F(FilesTest, aCounterRisesAcrossRestartsAndCrashes) {
   }
 }
 
-TEST_F(FilesTest, aCounterIsOnDiskBeforeAValueIsGiven) {
+TEST_F(FilesTest, ACounterIsOnDiskBeforeAValueIsGiven) {
   RisingCounter counter(path("epoch"), 1, 4);
   for (int i = 0; i < 9; ++i) {
     const std::uint64_t value = counter.next();
@@ -84,12 +84,12 @@ TEST_F(FilesTest, aCounterIsOnDiskBeforeAValueIsGiven) {
   }
 }
 
-TEST_F(FilesTest, aFloorRaisesACounterAndNeverLowersIt) {
+TEST_F(FilesTest, AFloorRaisesACounterAndNeverLowersIt) {
   EXPECT_EQ(RisingCounter(path("epoch"), 1000).next(), 1000U);
   EXPECT_GT(RisingCounter(path("epoch"), 500).next(), 1000U);  // the clock has stepped back
 }
 
-TEST_F(FilesTest, twoCountersOnOneFileNeverGiveTheSame) {
+TEST_F(FilesTest, TwoCountersOnOneFileNeverGiveTheSame) {
   RisingCounter first(path("epoch"), 1, 3);
   RisingCounter second(path("epoch"), 1, 3);
   std::set<std::uint64_t> values;
@@ -99,7 +99,7 @@ TEST_F(FilesTest, twoCountersOnOneFileNeverGiveTheSame) {
   }
 }
 
-TEST_F(FilesTest, aFileThatIsNoCounterIsRefused) {
+TEST_F(FilesTest, AFileThatIsNoCounterIsRefused) {
   for (const char* content : {"", "\n", "12x\n", "-3\n", " 7\n", "1\n2\n", "99999999999999999999\n"}) {
     const std::string file = put("epoch", content);
     EXPECT_THAT(errorOf([&] { RisingCounter counter(file); }), testing::HasSubstr(file + ":1: expected one number"));
@@ -108,7 +108,7 @@ TEST_F(FilesTest, aFileThatIsNoCounterIsRefused) {
   EXPECT_THAT(errorOf([&] { RisingCounter counter(path("epoch")); }), testing::HasSubstr("room to count"));
 }
 
-TEST_F(FilesTest, keysComeInTheOrderOfTheirFile) {
+TEST_F(FilesTest, KeysComeInTheOrderOfTheirFile) {
   const auto keys = readKeyFile(put("keys",
                                     "# the new one signs\n"
                                     "\n"
@@ -122,7 +122,7 @@ TEST_F(FilesTest, keysComeInTheOrderOfTheirFile) {
   EXPECT_EQ(keys[1].bytes.back(), 0xf0);
 }
 
-TEST_F(FilesTest, aKeyFileIsRefusedWithTheLineAndWhatWasExpected) {
+TEST_F(FilesTest, AKeyFileIsRefusedWithTheLineAndWhatWasExpected) {
   const std::string key = " 000102030405060708090a0b0c0d0e0f";
   const struct {
     std::string content, expected;

@@ -80,7 +80,7 @@ void readUntil(NetworkWatcher& watcher, Condition condition) {
   }
 }
 
-TEST(Netlink, theAddressOfAnInterfaceIsItsFirstOfGlobalScope) {
+TEST(Netlink, TheAddressOfAnInterfaceIsItsFirstOfGlobalScope) {
   inOwnNamespace([] {
     run("link set dev lo up");
     run("addr add 10.0.0.7/32 dev lo");
@@ -103,7 +103,7 @@ TEST(Netlink, theAddressOfAnInterfaceIsItsFirstOfGlobalScope) {
   });
 }
 
-TEST(Netlink, theNextAddressComesForwardWhenTheFirstGoes) {
+TEST(Netlink, TheNextAddressComesForwardWhenTheFirstGoes) {
   inOwnNamespace([] {
     run("link set dev lo up");
     run("addr add 10.0.0.7/32 dev lo");
@@ -117,7 +117,7 @@ TEST(Netlink, theNextAddressComesForwardWhenTheFirstGoes) {
   });
 }
 
-TEST(Netlink, carrierAndUpAreToldApartAndAnInterfaceThatIsDownKeepsItsAddress) {
+TEST(Netlink, CarrierAndUpAreToldApartAndAnInterfaceThatIsDownKeepsItsAddress) {
   inOwnNamespace([] {
     makePair("near", "far", "10.1.0.0/31");
     NetworkWatcher watcher;
@@ -133,7 +133,7 @@ TEST(Netlink, carrierAndUpAreToldApartAndAnInterfaceThatIsDownKeepsItsAddress) {
   });
 }
 
-TEST(Netlink, anInterfaceKeepsItsIndexWhenItIsRenamedAndGoesWhenItIsDeleted) {
+TEST(Netlink, AnInterfaceKeepsItsIndexWhenItIsRenamedAndGoesWhenItIsDeleted) {
   inOwnNamespace([] {
     run("link add name one type veth peer name other");
     NetworkWatcher watcher;
@@ -147,7 +147,7 @@ TEST(Netlink, anInterfaceKeepsItsIndexWhenItIsRenamedAndGoesWhenItIsDeleted) {
   });
 }
 
-TEST(Netlink, theLongestPrefixWithANextHopThatWorksIsTheRoute) {
+TEST(Netlink, TheLongestPrefixWithANextHopThatWorksIsTheRoute) {
   inOwnNamespace([] {
     run("link set dev lo up");
     makePair("a", "afar", "10.1.0.0/31");
@@ -178,7 +178,7 @@ TEST(Netlink, theLongestPrefixWithANextHopThatWorksIsTheRoute) {
   });
 }
 
-TEST(Netlink, aRouteWithoutPrefixServesTheRestAndThrowPassesOn) {
+TEST(Netlink, ARouteWithoutPrefixServesTheRestAndThrowPassesOn) {
   inOwnNamespace([] {
     makePair("a", "afar", "10.1.0.0/31");
     run("route add default via 10.1.0.1 table default");
@@ -190,7 +190,7 @@ TEST(Netlink, aRouteWithoutPrefixServesTheRestAndThrowPassesOn) {
   });
 }
 
-TEST(Netlink, aNextHopWhoseLinkIsDownCountsAsTheKernelWasTold) {
+TEST(Netlink, ANextHopWhoseLinkIsDownCountsAsTheKernelWasTold) {
   inOwnNamespace([] {
     writeTo("/proc/sys/net/ipv4/conf/all/ignore_routes_with_linkdown", "1");
     makePair("a", "afar", "10.1.0.0/31");
@@ -207,7 +207,7 @@ TEST(Netlink, aNextHopWhoseLinkIsDownCountsAsTheKernelWasTold) {
   });
 }
 
-TEST(Netlink, aFlowTakesTheInterfaceThatTheKernelHashesItTo) {
+TEST(Netlink, AFlowTakesTheInterfaceThatTheKernelHashesItTo) {
   inOwnNamespace([] {
     writeTo("/proc/sys/net/ipv4/fib_multipath_hash_policy", "1");
     run("link set dev lo up");
@@ -232,7 +232,7 @@ TEST(Netlink, aFlowTakesTheInterfaceThatTheKernelHashesItTo) {
   });
 }
 
-TEST(Netlink, manyChangesAtOnceMakeFewSnapshotsAndTheLastIsWhole) {
+TEST(Netlink, ManyChangesAtOnceMakeFewSnapshotsAndTheLastIsWhole) {
   inOwnNamespace([] {
     makePair("a", "afar", "10.1.0.0/31");
     int told = 0;
@@ -251,7 +251,7 @@ TEST(Netlink, manyChangesAtOnceMakeFewSnapshotsAndTheLastIsWhole) {
   });
 }
 
-TEST(Netlink, anEventThatChangesNothingIsNotTold) {
+TEST(Netlink, AnEventThatChangesNothingIsNotTold) {
   inOwnNamespace([] {
     run("link add name one type veth peer name other");
     int told = 0;
@@ -265,7 +265,7 @@ TEST(Netlink, anEventThatChangesNothingIsNotTold) {
   });
 }
 
-TEST(Netlink, anOverrunLosesNothing) {
+TEST(Netlink, AnOverrunLosesNothing) {
   inOwnNamespace([] {
     run("link set dev lo up");
     NetworkWatcher watcher;
@@ -278,7 +278,7 @@ TEST(Netlink, anOverrunLosesNothing) {
   });
 }
 
-TEST(Netlink, theWatcherStaysWithTheNamespaceThatItWasMadeIn) {
+TEST(Netlink, TheWatcherStaysWithTheNamespaceThatItWasMadeIn) {
   inOwnNamespace([] {
     run("link set dev lo up");
     run("addr add 10.0.0.7/32 dev lo");

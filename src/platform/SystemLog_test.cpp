@@ -49,7 +49,7 @@ struct SystemLogTest : testing::Test {
       6, "ZEB_LOSS_EVENT", "probe loss between leaf1 and spine1", {{"DEVICE1", "leaf1"}, {"DEVICE2", "spine1"}}};
 };
 
-TEST_F(SystemLogTest, theJournalGetsAFieldForEachValue) {
+TEST_F(SystemLogTest, TheJournalGetsAFieldForEachValue) {
   const Listener journal(paths.journal);
   const Listener syslog(paths.syslog);
   SystemLog log("zeb-central", paths);
@@ -65,7 +65,7 @@ TEST_F(SystemLogTest, theJournalGetsAFieldForEachValue) {
   EXPECT_EQ(syslog.next(), std::nullopt) << "one message, one log";
 }
 
-TEST_F(SystemLogTest, withoutAJournalSyslogGetsAStructuredLine) {
+TEST_F(SystemLogTest, WithoutAJournalSyslogGetsAStructuredLine) {
   const Listener syslog(paths.syslog);
   SystemLog log("zeb-central", paths);
   EXPECT_TRUE(log.write(message));
@@ -78,7 +78,7 @@ TEST_F(SystemLogTest, withoutAJournalSyslogGetsAStructuredLine) {
   EXPECT_THAT(syslog.next().value_or(""), testing::AllOf(HasSubstr("<27>1 "), HasSubstr(" OTHER - text")));
 }
 
-TEST_F(SystemLogTest, aValueCannotPassForMoreThanAValue) {
+TEST_F(SystemLogTest, AValueCannotPassForMoreThanAValue) {
   SystemLog log("zeb-central", paths);
   const SystemLogMessage hostile{9, "odd name", "one\nMESSAGE=two", {{"DEV=ICE", "a\"]\\b\nPRIORITY=0"}}};
   {
@@ -94,7 +94,7 @@ TEST_F(SystemLogTest, aValueCannotPassForMoreThanAValue) {
                                                           HasSubstr("ZEB_DEV_ICE=a\"]\\b PRIORITY=0\n")));
 }
 
-TEST_F(SystemLogTest, longValuesAreCutBetweenCharacters) {
+TEST_F(SystemLogTest, LongValuesAreCutBetweenCharacters) {
   const Listener journal(paths.journal);
   SystemLog log("zeb-central", paths);
   std::string text(2047, 'x');
@@ -104,7 +104,7 @@ TEST_F(SystemLogTest, longValuesAreCutBetweenCharacters) {
   EXPECT_THAT(entry, HasSubstr("\nZEB_" + std::string(32, 'N') + "=" + std::string(256, 'v') + "\n"));
 }
 
-TEST_F(SystemLogTest, aLogOutOfReachIsToldOnceAndCounted) {
+TEST_F(SystemLogTest, ALogOutOfReachIsToldOnceAndCounted) {
   SystemLog log("zeb-central", paths);
   testing::internal::CaptureStderr();
   EXPECT_FALSE(log.write(message));
@@ -119,7 +119,7 @@ TEST_F(SystemLogTest, aLogOutOfReachIsToldOnceAndCounted) {
   EXPECT_EQ(log.lost(), 2U);
 }
 
-TEST_F(SystemLogTest, aLogThatDoesNotReadNeverBlocks) {
+TEST_F(SystemLogTest, ALogThatDoesNotReadNeverBlocks) {
   const Listener syslog(paths.syslog);
   SystemLog log("zeb-central", paths);
   testing::internal::CaptureStderr();
@@ -128,7 +128,7 @@ TEST_F(SystemLogTest, aLogThatDoesNotReadNeverBlocks) {
   EXPECT_EQ(log.lost(), 1U);
 }
 
-TEST_F(SystemLogTest, aPathTooLongForASocketIsAFailureAsAnyOther) {
+TEST_F(SystemLogTest, APathTooLongForASocketIsAFailureAsAnyOther) {
   SystemLog log("zeb-central", {std::string(200, 'j'), ""});
   testing::internal::CaptureStderr();
   EXPECT_FALSE(log.write(message));

@@ -157,7 +157,7 @@ def opening_prose(tree):
             if not line.startswith("//"):
                 break
             prose += line.lstrip("/")
-        if len(prose.split()) < 5:
+        if len(prose.split()) < 4:
             yield source.path, 1, "opens without a comment that says what the file is for"
 
 
