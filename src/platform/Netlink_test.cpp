@@ -30,6 +30,17 @@ void writeTo(const std::string& path, const std::string& content) {
   if (!(file << content).flush()) throw std::runtime_error("cannot write " + path);
 }
 
+void enterOwnNamespaces() {
+  const std::string user = std::to_string(::getuid()), group = std::to_string(::getgid());
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) {
+    writeTo("/proc/self/setgroups", "deny");
+    writeTo("/proc/self/uid_map", "0 " + user + " 1");
+    writeTo("/proc/self/gid_map", "0 " + group + " 1");
+  } else if (::unshare(CLONE_NEWNET) != 0) {  // which root may also where user namespaces are not to be had
+    throw std::runtime_error("may make neither a user namespace nor, as root, a network namespace");
+  }
+}
+
 // Runs the body in namespaces of its own. What fails in there is printed there, and fails the test here.
 template <typename Body>
 void inOwnNamespace(Body body) {
@@ -37,11 +48,7 @@ void inOwnNamespace(Body body) {
   ASSERT_GE(child, 0);
   if (child == 0) {
     try {
-      const std::string user = std::to_string(::getuid()), group = std::to_string(::getgid());
-      if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) throw std::runtime_error("cannot unshare user and network");
-      writeTo("/proc/self/setgroups", "deny");
-      writeTo("/proc/self/uid_map", "0 " + user + " 1");
-      writeTo("/proc/self/gid_map", "0 " + group + " 1");
+      enterOwnNamespaces();
       body();
     } catch (const std::exception& error) {
       ADD_FAILURE() << error.what();
