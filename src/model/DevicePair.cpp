@@ -1,3 +1,4 @@
+// The hash and the text forms of a device pair.
 #include "model/DevicePair.h"
 
 #include <ostream>

@@ -1,3 +1,4 @@
+// One table of names for each kind; printing and reading go through the same table.
 #include "model/EventType.h"
 
 #include <array>

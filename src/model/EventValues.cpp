@@ -1,3 +1,4 @@
+// The orders and the text forms of the event values, field by field.
 #include "model/EventValues.h"
 
 #include <ostream>

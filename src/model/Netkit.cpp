@@ -1,8 +1,8 @@
+// Parsing and printing of network values, and the table in which the names of interfaces are kept once.
 #include "model/Netkit.h"
 
 #include <charconv>
 #include <memory>
-#include <mutex>
 #include <ostream>
 #include <unordered_map>
 
@@ -59,11 +59,9 @@ std::string IpAddr::stringValue() const {
 IntfId::IntfId(std::string_view name) : interned_(name.empty() ? nullptr : intern(name)) {}
 
 IntfId::Interned const* IntfId::intern(std::string_view name) {
-  // Guarded, since a probing service may name interfaces on a thread of its own. A name is never taken out again.
-  static std::mutex mutex;
+  // A name is never taken out again. One thread uses this, as everything here.
   static auto& names = *new std::unordered_map<std::string_view, std::unique_ptr<Interned const>>;
   if (name.size() > maxNameLength) Rix::throwRangeException("interface name longer than 255 characters");
-  std::lock_guard lock(mutex);
   if (auto known = names.find(name); known != names.end()) return known->second.get();
   if (names.size() == maxNames) Rix::throwRangeException("more than 1048576 different interface names");
   auto interned =

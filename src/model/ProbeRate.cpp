@@ -1,3 +1,4 @@
+// The text forms of the values of a probing order.
 #include "model/ProbeRate.h"
 
 #include <ostream>

@@ -1,3 +1,4 @@
+// The text form of a stream's id; that the id and its hash are known at compile time is checked here.
 #include "model/ProbeStreamId.h"
 
 #include <ostream>

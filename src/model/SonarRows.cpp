@@ -1,3 +1,4 @@
+// Each row field by field at its offset, written and read in the same order.
 #include "model/SonarRows.h"
 
 #include <algorithm>

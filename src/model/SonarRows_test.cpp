@@ -1,3 +1,4 @@
+// The rows: every field at its offset, and back again; what is unsaid stays zero.
 #include "model/SonarRows.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The text forms of plain types, and the reader's steps: take a piece, or say what was expected there.
 #include "model/Strep.h"
 
 #include <array>

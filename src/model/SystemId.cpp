@@ -1,3 +1,4 @@
+// The text form of a switch's identity, which names directory entries, and its reading.
 #include "model/SystemId.h"
 
 #include <ostream>

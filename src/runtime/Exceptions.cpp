@@ -1,3 +1,4 @@
+// The functions that throw, kept out of the callers' code.
 #include "runtime/Exceptions.h"
 
 namespace Rix {

@@ -1,3 +1,4 @@
+// Each failure carries its own type and its whole text.
 #include "runtime/Exceptions.h"
 
 #include <gtest/gtest.h>

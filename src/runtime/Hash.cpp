@@ -1,3 +1,4 @@
+// The hash of bytes, read in one order on every machine.
 #include "runtime/Hash.h"
 
 namespace Rix {

@@ -1,3 +1,4 @@
+// Making, joining, cutting and releasing the shared text.
 #include "runtime/String8.h"
 
 #include <cstring>

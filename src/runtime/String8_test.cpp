@@ -1,3 +1,4 @@
+// Strings and names: value, order and hash, sharing, and the empty one that holds nothing.
 #include "runtime/String8.h"
 
 #include <gtest/gtest.h>
