@@ -26,8 +26,12 @@ constexpr U32 capacityFor(U32 homes) {
 
 }  // namespace
 
+std::size_t HashMapGeneric::bytesFor(U32 capacity) {
+  return sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 2);
+}
+
 std::size_t HashMapGeneric::tableBytes() const {
-  return isTable() ? sizeof(Table) + sizeof(Slot) * (std::size_t{table()->capacity} + 1) : 0;
+  return isTable() ? bytesFor(table()->capacity) : 0;
 }
 
 void HashMapGeneric::prefetchMember(U32 hash) const {
@@ -48,22 +52,22 @@ static void clearSlots(void* first, std::size_t bytes) {
 }
 
 HashMapGeneric::Table* HashMapGeneric::allocate(U32 capacity) {
-  void* block = std::malloc(sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 1));
+  void* block = std::malloc(bytesFor(capacity));
   if (!block) throw std::bad_alloc();
   auto* table = new (block) Table{0, 0, capacity};
-  clearSlots(table->slots(), sizeof(Slot) * (std::size_t{capacity} + 1));
+  clearSlots(table->slots(), bytesFor(capacity) - sizeof(Table));
   return table;
 }
 
 // The table with another number of slots. What is added is empty, and so is the slot behind the last.
 HashMapGeneric::Table* HashMapGeneric::resized(Table* table, U32 capacity) {
   U32 before = table->capacity;
-  void* block = std::realloc(static_cast<void*>(table), sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 1));
+  void* block = std::realloc(static_cast<void*>(table), bytesFor(capacity));
   if (!block) throw std::bad_alloc();
   table = static_cast<Table*>(block);
   table->capacity = capacity;
   U32 from = std::min(before, capacity);
-  clearSlots(table->slots() + from, sizeof(Slot) * (std::size_t{capacity} - from + 1));
+  clearSlots(table->slots() + from, bytesFor(capacity) - sizeof(Table) - sizeof(Slot) * from);
   return table;
 }
 

@@ -70,7 +70,8 @@ class HashMapGeneric {
   };
   static_assert(sizeof(Slot) == 12 && sizeof(void*) == 8);
 
-  // Followed by `capacity` slots and one that is always empty. With no homes, members stand without a gap.
+  // Followed by `capacity` slots and two that are always empty: a search runs into them. With no homes, members stand
+  // without a gap.
   struct Table {
     U32 size;
     U32 homes;
@@ -89,6 +90,8 @@ class HashMapGeneric {
     Slot const* slots = table()->slots();
     Slot const* slot = slots + homeOf(*table(), reversed);
     while (slot->reversed < reversed) ++slot;
+    // A stream and its reverse have one hash: the second's key is on its way while the first's is compared.
+    __builtin_prefetch(slot[1].reversed == reversed ? slot[1].cell() : slot);
     for (; slot->reversed == reversed && !slot->isEmpty(); ++slot) {
       if (matches(slot->cell())) return static_cast<U32>(slot - slots);
     }
@@ -182,6 +185,7 @@ class HashMapGeneric {
 
  private:
   static U32 homeOf(Table const& table, U32 reversed) { return static_cast<U32>(U64{reversed} * table.homes >> 32); }
+  static std::size_t bytesFor(U32 capacity);
   static Table* allocate(U32 capacity);
   static Table* resized(Table* table, U32 capacity);
   static Table* spread(Table* table, U32 homes, U32 capacity);

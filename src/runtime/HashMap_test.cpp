@@ -400,7 +400,7 @@ class HashMapModel : public testing::TestWithParam<std::pair<U32, U32>> {};
 TEST_P(HashMapModel, AgreesThroughRandomChangesAndNestedSweeps) {
   auto [hashes, keys] = GetParam();
   for (U32 seed = 1; seed <= 12; ++seed) {
-    Model(seed, hashes, keys).run(400);
+    Model(seed, hashes, keys).run(2'000);
     ASSERT_FALSE(HasFatalFailure()) << "seed " << seed;
   }
 }
