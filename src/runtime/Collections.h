@@ -4,73 +4,18 @@
 // and notify after each change. `notify` is called with the key, after the change.
 #pragma once
 
-#include <algorithm>
-#include <vector>
-
 #include "runtime/Exceptions.h"
-#include "runtime/Hash.h"
+#include "runtime/HashMap.h"
 #include "runtime/Ptr.h"
 
 namespace Rix {
-
-// Stand-in with the order and the tolerance of the hash map.
-template <class Entry, class KeyOf>
-class StandInMap {
- public:
-  using Key = std::remove_cvref_t<decltype(KeyOf()(std::declval<Entry const&>()))>;
-  Entry* find(Key const& key) const {
-    for (auto& entry : entries_) {
-      if (KeyOf()(entry) == key) return &entry;
-    }
-    return nullptr;
-  }
-  Entry& insert(Entry entry) {
-    auto const order = [](Entry const& e) { return bitReverse(hashOf(KeyOf()(e))); };
-    auto const where = std::upper_bound(entries_.begin(), entries_.end(), order(entry),
-                                        [&](U32 value, Entry const& e) { return value < order(e); });
-    return *entries_.insert(where, std::move(entry));
-  }
-  bool erase(Key const& key) {
-    Entry* entry = find(key);
-    if (!entry) return false;
-    entries_.erase(entries_.begin() + (entry - entries_.data()));
-    return true;
-  }
-  U32 size() const { return static_cast<U32>(entries_.size()); }
-  struct End {};
-  class Cursor {
-   public:
-    explicit Cursor(StandInMap const& map) : map_(map), entries_(map.entries_) { skip(); }
-    Entry& operator*() { return entries_[at_]; }
-    Cursor& operator++() {
-      ++at_;
-      skip();
-      return *this;
-    }
-    bool operator==(End) const { return at_ == entries_.size(); }
-
-   private:
-    void skip() {
-      while (at_ < entries_.size() && !map_.find(KeyOf()(entries_[at_]))) ++at_;
-    }
-    StandInMap const& map_;
-    std::vector<Entry> entries_;
-    std::size_t at_ = 0;
-  };
-  Cursor begin() const { return Cursor(*this); }
-  End end() const { return {}; }
-
- private:
-  mutable std::vector<Entry> entries_;
-};
 
 // A collection whose members are entities, keyed by what each holds as its key. Iteration gives Ptr<T>.
 template <class Key, class T>
 class EntityMap {
  public:
   T* find(Key const& key) const {
-    Ptr<T>* found = map_.find(key);
-    return found ? found->get() : nullptr;
+    return map_.find(key);
   }
   U32 size() const { return map_.size(); }
   auto begin() const { return map_.begin(); }
@@ -89,14 +34,9 @@ class EntityMap {
   template <class Notify>
   void refer(Ptr<T> const& member, char const* nullText, Notify const& notify) {
     if (!member) throwRangeException(nullText);
-    Ptr<T>* found = map_.find(member->rixKey());
-    if (found && *found == member) return;
+    if (map_.find(member->rixKey()) == member.get()) return;
     Ptr<T> const keep = member;
-    if (found) {
-      *found = member;
-    } else {
-      map_.insert(member);
-    }
+    if (!map_.replace(keep)) map_.insert(keep);
     notify(keep->rixKey());
   }
   template <class Notify>
@@ -118,9 +58,9 @@ class EntityMap {
 
  private:
   struct KeyOf {
-    Key operator()(Ptr<T> const& member) const { return member->rixKey(); }
+    decltype(auto) operator()(T const& member) const { return member.rixKey(); }
   };
-  StandInMap<Ptr<T>, KeyOf> map_;
+  HashMap<KeyOf, Key, Ptr<T>> map_;
 };
 
 // A collection of values. Iteration gives entries with `key` and `value`.
@@ -153,7 +93,7 @@ class ValueMap {
     if (found) {
       found->value = value;
     } else {
-      map_.insert({held, value});
+      map_.insert(Entry{held, value});
     }
     notify(held);
   }
@@ -174,7 +114,7 @@ class ValueMap {
   struct KeyOf {
     Key const& operator()(Entry const& entry) const { return entry.key; }
   };
-  StandInMap<Entry, KeyOf> map_;
+  HashMap<KeyOf, Key, Entry> map_;
 };
 
 // The key of a member, whichever kind of collection it stands in.
