@@ -65,8 +65,9 @@ class Layout {
   static constexpr std::size_t kSum = 3;
   static constexpr std::size_t kRow = 4;
 
-  /// Words of one name: a byte of length and its characters.
+  /// Words of one name: a byte of length, its characters, and a word of checksum.
   static constexpr std::size_t kNameWords = 8;
+  static constexpr std::size_t kMaxName = 55;
 
   /// Throws std::invalid_argument, saying which number or text and its range, for a shape that cannot be laid out.
   explicit Layout(TableShape shape);
