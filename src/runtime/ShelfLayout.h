@@ -81,7 +81,8 @@ class Layout {
 
   const TableShape& shape() const { return shape_; }
   std::size_t bytes() const;
-  std::size_t rowWords() const { return rowWords_; }
+  /// Words of a slot behind its first four: the row, and zeros to the end. A multiple of four.
+  std::size_t rowWords() const { return slotWords_ - kRow; }
   std::size_t slotWords() const { return slotWords_; }
   std::uint32_t buckets() const { return buckets_; }
   std::size_t nameAt(std::uint32_t index) const { return namesAt_ + index * kNameWords; }
@@ -92,7 +93,6 @@ class Layout {
  private:
   TableShape shape_;
   std::uint32_t buckets_;
-  std::size_t rowWords_;
   std::size_t slotWords_;
   std::size_t namesAt_;
   std::size_t ringAt_;
