@@ -190,4 +190,3 @@ BENCHMARK_TEMPLATE(bytes, Absl)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 
-BENCHMARK_MAIN();

@@ -37,7 +37,7 @@ void ChangeFollower::look(std::uint32_t slot, std::vector<std::byte>& keys) {
   const bool used = view_.read(slot).used;
   if (slot < present_.size() && present_[slot]) {
     const auto before = std::span(known_).subspan(slot * keySize_, keySize_);
-    if (!used || !std::ranges::equal(before, view_.key())) keys.insert(keys.end(), before.begin(), before.end());
+    if (!used || !sameBytes(before, view_.key())) keys.insert(keys.end(), before.begin(), before.end());
   }
   if (used) keys.insert(keys.end(), view_.key().begin(), view_.key().end());
   know(slot, used);

@@ -149,7 +149,7 @@ void TableEditor::storeSlot(std::uint32_t slot, bool used, std::uint32_t hash, s
   WordSum sum(at);
   sum.add(image_[Layout::kState]);
   const std::size_t end = Layout::kRow + layout.rowWords();
-  for (std::size_t word = Layout::kRow; word < end; ++word) sum.add(image_[word]);
+  for (std::size_t word = Layout::kRow; word < end; word += 2) sum.add(image_[word], image_[word + 1]);
   image_[Layout::kSum] = sum.value();
 
   const auto copyTo = [&](std::size_t place) {
@@ -186,7 +186,7 @@ WriteResult TableEditor::write(std::span<const std::byte> row) {
   const auto key = row.first(shape.keySize);
   if (const auto found = view_->find(key)) {
     const TableView::Slot state = view_->read(found->slot);
-    if (std::ranges::equal(view_->row(), row)) return WriteResult::kUnchanged;
+    if (sameBytes(view_->row(), row)) return WriteResult::kUnchanged;
     storeSlot(found->slot, true, state.hash, state.next, row);
     told(found->slot);
     return WriteResult::kChanged;

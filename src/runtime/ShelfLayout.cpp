@@ -73,8 +73,7 @@ Layout::Layout(TableShape shape) : shape_(std::move(shape)) {
   if (shape_.ringSize == 0) shape_.ringSize = std::clamp(buckets_, kMinRing, kMaxChosenRing);
   require(std::has_single_bit(shape_.ringSize) && shape_.ringSize <= kMaxRing,
           "ring size is a power of two, at most 16777216");
-  rowWords_ = (shape_.rowSize + kWord - 1) / kWord;
-  slotWords_ = roundedUp(kRow + rowWords_);
+  slotWords_ = roundedUp(kRow + (shape_.rowSize + kWord - 1) / kWord);
   namesAt_ = kJournalAt + slotWords_;
   ringAt_ = namesAt_ + shape_.nameCapacity * kNameWords;
   bucketsAt_ = roundedUp(ringAt_ + shape_.ringSize);

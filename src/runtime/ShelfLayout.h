@@ -65,8 +65,9 @@ class Layout {
   static constexpr std::size_t kSum = 3;
   static constexpr std::size_t kRow = 4;
 
-  /// Words of one name: a byte of length and its characters.
+  /// Words of one name: a byte of length, its characters, and a word of checksum.
   static constexpr std::size_t kNameWords = 8;
+  static constexpr std::size_t kMaxName = 55;
 
   /// Throws std::invalid_argument, saying which number or text and its range, for a shape that cannot be laid out.
   explicit Layout(TableShape shape);
@@ -80,7 +81,8 @@ class Layout {
 
   const TableShape& shape() const { return shape_; }
   std::size_t bytes() const;
-  std::size_t rowWords() const { return rowWords_; }
+  /// Words of a slot behind its first four: the row, and zeros to the end. A multiple of four.
+  std::size_t rowWords() const { return slotWords_ - kRow; }
   std::size_t slotWords() const { return slotWords_; }
   std::uint32_t buckets() const { return buckets_; }
   std::size_t nameAt(std::uint32_t index) const { return namesAt_ + index * kNameWords; }
@@ -91,7 +93,6 @@ class Layout {
  private:
   TableShape shape_;
   std::uint32_t buckets_;
-  std::size_t rowWords_;
   std::size_t slotWords_;
   std::size_t namesAt_;
   std::size_t ringAt_;

@@ -43,7 +43,12 @@ void ShelfMapBase::corruptionDetected(const std::string& text) {
   DebugStream() << "ShelfMap::corruptionDetected() " << name_ << ' ' << text;
   if (raiseOnCorruption_) throw Vesta::CorruptionDetectedException(text);
   detach();
-  Util::writeCorruptionFile(storage_, root_, name_, text);
+  try {
+    Util::writeCorruptionFile(storage_, root_, name_, text);
+  } catch (const Vesta::StorageException& refused) {
+    // Whoever may only read the tables goes on all the same.
+    DebugStream() << "ShelfMap::corruptionDetected() " << name_ << " no corruption file: " << refused.what();
+  }
 }
 
 PollResult ShelfMapBase::pollKeys(std::vector<std::byte>& keys) {

@@ -13,7 +13,15 @@ namespace {
 
 constexpr std::size_t kMarkAt = 7;
 constexpr std::byte kIndexMark{1};
-using NameBytes = std::array<char, Layout::kNameWords * sizeof(std::uint64_t)>;
+constexpr std::size_t kSumAt = Layout::kNameWords - 1;
+using NameWords = std::array<std::uint64_t, Layout::kNameWords>;
+using NameBytes = std::array<char, kSumAt * sizeof(std::uint64_t)>;
+
+std::uint64_t nameSum(const NameWords& words, std::uint32_t index) {
+  WordSum sum(index);
+  for (std::size_t at = 0; at < kSumAt; ++at) sum.add(words[at]);
+  return sum.value();
+}
 
 NameCell indexCell(std::uint32_t index) {
   NameCell cell{};
@@ -82,12 +90,15 @@ void TableNames::refresh() {
 }
 
 std::string TableNames::load(std::uint32_t index) const {
-  std::array<std::uint64_t, Layout::kNameWords> words;
+  NameWords words;
   for (std::size_t i = 0; i < words.size(); ++i) words[i] = loadWord(&mapping_.words()[layout_.nameAt(index) + i]);
   NameBytes bytes;
   std::memcpy(bytes.data(), words.data(), bytes.size());
+  if (words[kSumAt] != nameSum(words, index)) {
+    throw Vesta::CorruptionDetectedException("name " + std::to_string(index) + " does not match its checksum");
+  }
   const auto length = static_cast<unsigned char>(bytes[0]);
-  if (length <= kInlineCharacters || length >= bytes.size()) {
+  if (length <= kInlineCharacters || length > Layout::kMaxName) {
     throw Vesta::CorruptionDetectedException("name " + std::to_string(index) + " has " + std::to_string(length) +
                                              " characters");
   }
@@ -98,15 +109,16 @@ std::optional<NameCell> TableNames::append(std::string_view name) {
   const auto words = mapping_.words();
   const auto index = static_cast<std::uint32_t>(texts_.size());
   NameBytes bytes{};
-  if (index == layout_.shape().nameCapacity || name.size() >= bytes.size()) {
+  if (index == layout_.shape().nameCapacity || name.size() > Layout::kMaxName) {
     std::uint64_t* refusals = &words[Layout::kNameRefusalsAt];
     storeWord(refusals, loadWord(refusals) + 1);
     return std::nullopt;
   }
   bytes[0] = static_cast<char>(name.size());
   std::memcpy(bytes.data() + 1, name.data(), name.size());
-  std::array<std::uint64_t, Layout::kNameWords> cell;
+  NameWords cell;
   std::memcpy(cell.data(), bytes.data(), bytes.size());
+  cell[kSumAt] = nameSum(cell, index);
   for (std::size_t i = 0; i < cell.size(); ++i) storeWord(&words[layout_.nameAt(index) + i], cell[i]);
   texts_.emplace_back(name);
   indexes_.emplace(texts_.back(), index);

@@ -19,7 +19,8 @@ namespace Shelf {
 /// The eight bytes in a row. All zero is the empty name.
 using NameCell = std::array<std::byte, 8>;
 
-/// What marshalling asks about names. A name has at most 63 characters and no zero byte.
+/// What marshalling asks about names. A name has at most Layout::kMaxName characters and no zero
+/// byte.
 class Names {
  public:
   static constexpr std::size_t kInlineCharacters = 7;

@@ -48,38 +48,52 @@ inline bool checkedWordHolds(std::uint64_t word, std::size_t place) {
   return word == checkedWord(static_cast<std::uint32_t>(word), place);
 }
 
-/// A sum over words that any single changed bit changes, in four lanes so that it costs little beside the copying.
+/// A sum over words that any single changed bit changes, and that depends on their order. Additions alone, in two
+/// lanes, so that it costs little beside the copying of the words.
 class WordSum {
  public:
-  explicit WordSum(std::uint64_t seed) : lanes_{seed, ~seed, seed ^ 0x5bd1e995, seed + kFactor} {}
+  explicit WordSum(std::uint64_t seed) : even_(seed * kFactor + 1), odd_(~seed) {}
 
-  void add(std::uint64_t word) {
-    lanes_[next_ & 3] = std::rotl((lanes_[next_ & 3] ^ word) * kFactor, 23);
-    ++next_;
+  void add(std::uint64_t a, std::uint64_t b) {
+    even_ += a;
+    odd_ += b;
+    evenOrder_ += even_;
+    oddOrder_ += odd_;
   }
+  void add(std::uint64_t word) { add(word, 0); }
 
   std::uint64_t value() const {
-    std::uint64_t sum = next_;
-    for (const std::uint64_t lane : lanes_) sum = std::rotl((sum ^ lane) * kFactor, 31);
-    return sum;
+    return (std::rotl((even_ ^ std::rotl(evenOrder_, 21)) * kFactor, 31) ^ odd_ ^ std::rotl(oddOrder_, 43)) * kFactor;
   }
 
  private:
   static constexpr std::uint64_t kFactor = 0x9e3779b97f4a7c15;
-  std::uint64_t lanes_[4];
-  std::size_t next_ = 0;
+
+  std::uint64_t even_;
+  std::uint64_t odd_;
+  std::uint64_t evenOrder_ = 0;
+  std::uint64_t oddOrder_ = 0;
 };
 
 /// A hash of a key's bytes, good enough for a table's buckets; the same in every process of one machine.
 inline std::uint32_t keyHash(std::span<const std::byte> key) {
+  constexpr std::uint64_t kFactor = 0x9e3779b97f4a7c15;
   std::uint64_t hash = 0x2545f4914f6cdd1d ^ key.size();
-  for (std::size_t at = 0; at < key.size(); at += sizeof(std::uint64_t)) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, key.data() + at, key.size() - at < sizeof(word) ? key.size() - at : sizeof(word));
-    hash = (hash ^ word) * 0x9e3779b97f4a7c15;
-    hash ^= hash >> 32;
+  std::uint64_t word = 0;
+  std::size_t at = 0;
+  for (; at + sizeof(word) <= key.size(); at += sizeof(word)) {
+    std::memcpy(&word, &key[at], sizeof(word));
+    hash = std::rotl((hash ^ word) * kFactor, 29);
   }
-  return static_cast<std::uint32_t>((hash * 0xd6e8feb86659fd93) >> 32);
+  word = 0;
+  for (; at < key.size(); ++at) word = word << 8 | std::to_integer<std::uint64_t>(key[at]);
+  hash = (hash ^ word) * kFactor;
+  return static_cast<std::uint32_t>(((hash ^ hash >> 32) * 0xd6e8feb86659fd93) >> 32);
+}
+
+/// True if two keys or rows of a table are the same bytes.
+inline bool sameBytes(std::span<const std::byte> a, std::span<const std::byte> b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size()) == 0;
 }
 
 }  // namespace Shelf
