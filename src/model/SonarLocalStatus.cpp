@@ -23,7 +23,9 @@ NoStorage noStorage;
 }  // namespace
 
 LocalStatus::LocalStatus() : LocalStatus(noStorage, Shelf::RootPath{}) {}
-LocalStatus::LocalStatus(Shelf::Storage& storage, Shelf::RootPath const& root) { tablesAre(storage, root); }
+LocalStatus::LocalStatus(Shelf::Storage& storage, Shelf::RootPath const& root) {
+  tablesAre(storage, root);
+}
 LocalStatus::~LocalStatus() = default;
 
 Rix::Type const& LocalStatus::rixType() {
@@ -77,12 +79,15 @@ bool LocalStatus::pollTable(Table<Reader>& table, TellAll const& tellAll, Tell c
 bool LocalStatus::poll() {
   bool const moreIngress = pollTable(
       *ingress_,
-      [this] { rixNotify<NotifieeConst>(0, [](NotifieeConst& notifiee) { notifiee.onIngressStreamStatisticsTable(); }); },
+      [this] {
+        rixNotify<NotifieeConst>(0, [](NotifieeConst& notifiee) { notifiee.onIngressStreamStatisticsTable(); });
+      },
       [this](IngressStream const& key) {
         rixNotify<NotifieeConst>(0, [&](NotifieeConst& notifiee) { notifiee.onIngressStreamStatisticsTable(key); });
       });
   bool const moreEgress = pollTable(
-      *egress_, [this] { rixNotify<NotifieeConst>(1, [](NotifieeConst& notifiee) { notifiee.onEgressStreamTable(); }); },
+      *egress_,
+      [this] { rixNotify<NotifieeConst>(1, [](NotifieeConst& notifiee) { notifiee.onEgressStreamTable(); }); },
       [this](EgressStream const& key) {
         rixNotify<NotifieeConst>(1, [&](NotifieeConst& notifiee) { notifiee.onEgressStreamTable(key); });
       });

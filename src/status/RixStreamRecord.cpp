@@ -20,8 +20,7 @@ RixStreamRecord::RixStreamRecord(Rix::Ptr<ClientProbeStreamRecord const> const& 
 }
 
 void RixStreamRecord::handleInit() {
-  RIX_TRACE(traceHandle, 8,
-            "client=" << systemId() << " srcIp=" << id_.srcIp() << " dstIp=" << id_.dstIp());
+  RIX_TRACE(traceHandle, 8, "client=" << systemId() << " srcIp=" << id_.srcIp() << " dstIp=" << id_.dstIp());
   initialized_ = true;
   zebStreamRecord_ = zebClientWaveStatusSm_->zebStreamTable().streamRecordIs(id_);
   RIX_ASSERT(zebStreamRecord());
@@ -57,8 +56,7 @@ void RixStreamRecord::doHandleEgressRecordPresent(ClientProbeStreamEgressRecord 
 
 void RixStreamRecord::handleIngressRecord(U8 ttl) {
   if (!initialized_) return;
-  RIX_TRACE(traceHandle, 8,
-            "void Zeb::ZebClientWaveStatusSm::RixStreamRecord::handleIngressRecord(U8)" << ' ' << id_);
+  RIX_TRACE(traceHandle, 8, "void Zeb::ZebClientWaveStatusSm::RixStreamRecord::handleIngressRecord(U8)" << ' ' << id_);
   if (ClientProbeStreamIngressRecord const* const clientIngressRecord = clientRecord_->ingressRecord(ttl)) {
     doHandleIngressRecordPresent(*clientIngressRecord);
   } else {
@@ -102,7 +100,9 @@ void RixStreamRecord::doHandleIngressRecordAbsent(U8 ttl) {
   ingressRecordSm_.del(ttl);
 }
 
-void RixStreamRecord::doSetStreamSourceId() { zebStreamRecord_->sourceIdIs(systemId()); }
+void RixStreamRecord::doSetStreamSourceId() {
+  zebStreamRecord_->sourceIdIs(systemId());
+}
 
 void RixStreamRecord::doMaybeSetStreamDestinationId() {
   ZebClient const* const client = zebClientWaveStatusSm_->zebStatus().client(systemId());
@@ -133,8 +133,7 @@ void RixStreamRecord::handleProbeName(Rix::Name const& name) {
 }
 
 void RixStreamRecord::doCleanup() {
-  RIX_TRACE(traceHandle, 5,
-            "Stream deleted for " << id_.srcIp() << "<->" << id_.dstIp() << " at " << systemId());
+  RIX_TRACE(traceHandle, 5, "Stream deleted for " << id_.srcIp() << "<->" << id_.dstIp() << " at " << systemId());
 }
 
 }  // namespace Zeb

@@ -40,7 +40,9 @@ inline Sonar::IngressStream ingressKey(U32 tag, U8 ttl, std::string_view intf = 
   key.discriminator = discriminator;
   return key;
 }
-inline ProbeStreamId streamId(U32 tag) { return egressStreamToStreamId(egressKey(tag, 0)); }
+inline ProbeStreamId streamId(U32 tag) {
+  return egressStreamToStreamId(egressKey(tag, 0));
+}
 
 inline Sonar::IngressStreamStatisticsTableEntry ingressRow(Sonar::IngressStream const& key, U64 probesReceived) {
   Sonar::IngressStreamStatisticsTableEntry row;
@@ -100,8 +102,11 @@ class Switch : public testing::Test {
   Shelf::RootPath const root{"/tables"};
   Sonar::EgressStreamWriter egressTable{
       storage, root, Sonar::egressStreamTableName, Sonar::egressStreamTableType, {.capacity = 64}};
-  Sonar::IngressStreamWriter ingressTable{
-      storage, root, Sonar::ingressStreamStatisticsTableName, Sonar::ingressStreamStatisticsTableType, {.capacity = 64}};
+  Sonar::IngressStreamWriter ingressTable{storage,
+                                          root,
+                                          Sonar::ingressStreamStatisticsTableName,
+                                          Sonar::ingressStreamStatisticsTableType,
+                                          {.capacity = 64}};
   Rix::Ptr<Sonar::LocalStatus> localStatus = Rix::make<Sonar::LocalStatus>(storage, root);
   Rix::Ptr<Sonar::Status> echoStatus = Rix::make<Sonar::Status>();
   Rix::Ptr<ZebSonarStatusV1> zebEchoStatus = Rix::make<ZebSonarStatusV1>();

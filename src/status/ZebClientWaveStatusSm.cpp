@@ -23,7 +23,9 @@ ZebClientWaveStatusSm::~ZebClientWaveStatusSm() = default;
 
 void ZebClientWaveStatusSm::handleInitialized() {
   initialized_ = true;
-  RIX_TRACE(traceHandle, 8, "void Zeb::ZebClientWaveStatusSm::handleInitialized()" << " client=" << systemId_);
+  RIX_TRACE(traceHandle, 8,
+            "void Zeb::ZebClientWaveStatusSm::handleInitialized()"
+                << " client=" << systemId_);
 }
 
 void ZebClientWaveStatusSm::handleProbeStreamTable() {
@@ -52,6 +54,8 @@ ZebClientWaveStatusSm::RixStreamRecord* ZebClientWaveStatusSm::streamRecordIs(
   return streamRecord_.is(record->streamId(), record, this);
 }
 
-void ZebClientWaveStatusSm::streamRecordDel(ProbeStreamId const& id) { streamRecord_.del(id); }
+void ZebClientWaveStatusSm::streamRecordDel(ProbeStreamId const& id) {
+  streamRecord_.del(id);
+}
 
 }  // namespace Zeb

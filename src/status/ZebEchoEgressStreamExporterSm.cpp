@@ -9,9 +9,9 @@ namespace {
 Rix::TraceHandle traceHandle("ZebEchoEgressStreamExporterSm");
 }
 
-ZebEchoEgressStreamExporterSm::ZebEchoEgressStreamExporterSm(
-    Rix::Ptr<Sonar::Status const> const& echoStatus, Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus,
-    Rix::Ptr<ClientProbeStreamTable> const& probeStreamTable)
+ZebEchoEgressStreamExporterSm::ZebEchoEgressStreamExporterSm(Rix::Ptr<Sonar::Status const> const& echoStatus,
+                                                             Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus,
+                                                             Rix::Ptr<ClientProbeStreamTable> const& probeStreamTable)
     : ZebEchoStreamExporter(probeStreamTable) {
   echoStatus_.notifierIs(echoStatus);
   echoLocalStatus_.notifierIs(echoLocalStatus);

@@ -10,8 +10,7 @@
 
 namespace Zeb {
 
-class ZebEchoEgressStreamExporterSm
-    : public ZebEchoStreamExporter<ZebEchoEgressStreamExporterSm, Sonar::EgressStream> {
+class ZebEchoEgressStreamExporterSm : public ZebEchoStreamExporter<ZebEchoEgressStreamExporterSm, Sonar::EgressStream> {
  public:
   ZebEchoEgressStreamExporterSm(Rix::Ptr<Sonar::Status const> const& echoStatus,
                                 Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus,

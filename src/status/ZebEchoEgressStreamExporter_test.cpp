@@ -1,6 +1,6 @@
 // From the egress table to the client's egress records: when a run comes, what it writes and what it removes.
-#include "status/ZebEchoStatusExporterSm.h"
 #include "status/StatusTest.h"
+#include "status/ZebEchoStatusExporterSm.h"
 
 namespace Zeb::StatusTest {
 namespace {

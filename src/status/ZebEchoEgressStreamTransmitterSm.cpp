@@ -20,11 +20,14 @@ ZebEchoEgressStreamTransmitterSm::ZebEchoEgressStreamTransmitterSm(
 
 void ZebEchoEgressStreamTransmitterSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8,
-            "void Zeb::ZebEchoEgressStreamTransmitterSm::handleInitialized()" << " key=" << egressStream_);
+            "void Zeb::ZebEchoEgressStreamTransmitterSm::handleInitialized()"
+                << " key=" << egressStream_);
   handleStreamRecord();
 }
 
-void ZebEchoEgressStreamTransmitterSm::handleStreamRecord() { handleStreamRecord(streamId_); }
+void ZebEchoEgressStreamTransmitterSm::handleStreamRecord() {
+  handleStreamRecord(streamId_);
+}
 
 void ZebEchoEgressStreamTransmitterSm::handleStreamRecord(ProbeStreamId const& id) {
   // Most calls are about other streams: nothing goes before this test.

@@ -11,8 +11,7 @@ class ZebEchoStatusExporterSm : public Rix::Reactor<ZebEchoStatusExporterSm> {
  public:
   ZebEchoStatusExporterSm(Rix::Ptr<Sonar::Status const> const& echoStatus,
                           Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus,
-                          Rix::Ptr<ZebSonarStatusV1> const& zebEchoStatus,
-                          Rix::Ptr<Ip::Status const> const& ipStatus);
+                          Rix::Ptr<ZebSonarStatusV1> const& zebEchoStatus, Rix::Ptr<Ip::Status const> const& ipStatus);
 
   template <class F>
   void rixParts(F&& f) {

@@ -21,8 +21,7 @@ ZebWaveIngressRecordSm::ZebWaveIngressRecordSm(
   handleIngressStats();
 }
 
-void ZebWaveIngressRecordSm::clientIngressRecordIs(
-    Rix::Ptr<ClientProbeStreamIngressRecord const> const& record) {
+void ZebWaveIngressRecordSm::clientIngressRecordIs(Rix::Ptr<ClientProbeStreamIngressRecord const> const& record) {
   if (record == clientIngressRecord_.notifier()) return;
   clientIngressRecord_.notifierIs(record);
   handleIngressStats();
@@ -53,20 +52,34 @@ void ZebWaveIngressRecordSm::mirrorStats(Read (Stats::*read)() const, void (Stat
                   zebSwitchIngressRecord_ ? zebSwitchIngressRecord_->ingressStats() : nullptr, write);
 }
 
-void ZebWaveIngressRecordSm::handleIngressIntf() { mirrorRecord(&Client::ingressIntf, &Switch::ingressIntfIs); }
-void ZebWaveIngressRecordSm::handleIngressIntfIp() { mirrorRecord(&Client::ingressIntfIp, &Switch::ingressIntfIpIs); }
-void ZebWaveIngressRecordSm::handleDormant() { mirrorRecord(&Client::dormant, &Switch::dormantIs); }
+void ZebWaveIngressRecordSm::handleIngressIntf() {
+  mirrorRecord(&Client::ingressIntf, &Switch::ingressIntfIs);
+}
+void ZebWaveIngressRecordSm::handleIngressIntfIp() {
+  mirrorRecord(&Client::ingressIntfIp, &Switch::ingressIntfIpIs);
+}
+void ZebWaveIngressRecordSm::handleDormant() {
+  mirrorRecord(&Client::dormant, &Switch::dormantIs);
+}
 
-void ZebWaveIngressRecordSm::handleEpoch() { mirrorStats(&Stats::epoch, &Stats::epochIs); }
-void ZebWaveIngressRecordSm::handleIngressTtl() { mirrorStats(&Stats::ingressTtl, &Stats::ingressTtlIs); }
+void ZebWaveIngressRecordSm::handleEpoch() {
+  mirrorStats(&Stats::epoch, &Stats::epochIs);
+}
+void ZebWaveIngressRecordSm::handleIngressTtl() {
+  mirrorStats(&Stats::ingressTtl, &Stats::ingressTtlIs);
+}
 void ZebWaveIngressRecordSm::handleCurrentSequenceNumber() {
   mirrorStats(&Stats::currentSequenceNumber, &Stats::currentSequenceNumberIs);
 }
 void ZebWaveIngressRecordSm::handleLastSequenceNumber() {
   mirrorStats(&Stats::lastSequenceNumber, &Stats::lastSequenceNumberIs);
 }
-void ZebWaveIngressRecordSm::handleProbesReceived() { mirrorStats(&Stats::probesReceived, &Stats::probesReceivedIs); }
-void ZebWaveIngressRecordSm::handleProbesLost() { mirrorStats(&Stats::probesLost, &Stats::probesLostIs); }
+void ZebWaveIngressRecordSm::handleProbesReceived() {
+  mirrorStats(&Stats::probesReceived, &Stats::probesReceivedIs);
+}
+void ZebWaveIngressRecordSm::handleProbesLost() {
+  mirrorStats(&Stats::probesLost, &Stats::probesLostIs);
+}
 void ZebWaveIngressRecordSm::handleProbesMisordered() {
   mirrorStats(&Stats::probesMisordered, &Stats::probesMisorderedIs);
 }
