@@ -25,10 +25,11 @@ class LocalStatus : public Rix::Entity {
     virtual void onEgressStreamTablerixImmediate() { onEgressStreamTable(); }
     virtual void onEgressStreamTable();
 
-    // An attach does not walk the tables: their readers do that themselves, once they are ready for the rows.
     void rixSweepCollections(Rix::Interest) {}
   };
   using Notifiee = NotifieeConst;
+  // An attach does not walk the tables: their readers do that themselves, once they are ready for the rows.
+  static constexpr Rix::Interest rixCollections = 0;
 
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
