@@ -114,6 +114,7 @@ class LogHandle {
   char const* format() const { return format_; }
   char const* explanation() const { return explanation_; }
   char const* recommendedAction() const { return recommendedAction_; }
+  unsigned char flags() const { return flags_; }
 
   struct RateLimit {
     double minimumInterval;
