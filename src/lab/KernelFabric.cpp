@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "lab/Command.h"
+#include "lab/Seed.h"
 
 namespace Lab {
 
@@ -30,12 +31,9 @@ void set(const std::string& name, const std::string& value, IfThere ifThere = If
     throw LabError(path + ": " + std::strerror(errno));
 }
 
-// Well mixed, so that neighbouring nodes choose unlike each other.
+// 0 would mean that it has none of its own.
 std::uint32_t hashSeed(std::uint64_t seed, std::size_t node) {
-  std::uint64_t x = seed + (node + 1) * 0x9e3779b97f4a7c15u;
-  x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9u;
-  x = (x ^ (x >> 27)) * 0x94d049bb133111ebu;
-  return static_cast<std::uint32_t>(x >> 32) | 1u;  // 0 would mean none of its own
+  return static_cast<std::uint32_t>(derivedSeed(seed, node) >> 32) | 1u;
 }
 
 // Every node holds two open files, and their number is often limited to 1024.
@@ -239,11 +237,12 @@ std::vector<std::optional<LinkSide>> KernelFabric::nextSides(std::size_t node, c
 }
 
 // All flows go one hop further with each round, so that a node is asked once about all that pass it.
-std::vector<std::vector<LinkSide>> KernelFabric::paths(const std::vector<Flow>& flows, std::size_t mostHops) const {
+std::vector<std::vector<LinkSide>> KernelFabric::paths(const std::vector<Flow>& flows) const {
   std::vector<std::vector<LinkSide>> result(flows.size());
   std::vector<std::vector<std::size_t>> at(topology_.nodes());
   for (std::size_t flow = 0; flow < flows.size(); ++flow) at[flows[flow].source].push_back(flow);
-  for (std::size_t hop = 0; hop < mostHops; ++hop) {
+  for (bool moved = true; moved;) {
+    moved = false;
     std::vector<std::vector<std::size_t>> next(topology_.nodes());
     for (std::size_t node = 0; node < topology_.nodes(); ++node) {
       if (at[node].empty()) continue;
@@ -251,16 +250,19 @@ std::vector<std::vector<LinkSide>> KernelFabric::paths(const std::vector<Flow>& 
       for (const std::size_t index : at[node]) {
         const Flow& flow = flows[index];
         questions += "route get " + addressText(flow.destinationAddress) + " from " + addressText(flow.sourceAddress);
-        if (hop > 0) questions += " iif " + topology_.scenario().end(result[index].back().peer()).interface;
-        questions +=
-            " ipproto udp sport " + std::to_string(flow.sourcePort) + " dport " + std::to_string(probePort_) + "\n";
+        if (!result[index].empty())
+          questions += " iif " + topology_.scenario().end(result[index].back().peer()).interface;
+        questions += " ipproto udp sport " + std::to_string(flow.port) + " dport " + std::to_string(probePort_) + "\n";
       }
       const auto sides = nextSides(node, questions, at[node].size());
-      for (std::size_t place = 0; place < sides.size(); ++place)
-        if (sides[place]) {
-          result[at[node][place]].push_back(*sides[place]);
-          next[topology_.node(sides[place]->peer())].push_back(at[node][place]);
-        }
+      for (std::size_t place = 0; place < sides.size(); ++place) {
+        if (!sides[place]) continue;
+        const std::size_t index = at[node][place];
+        result[index].push_back(*sides[place]);
+        if (result[index].size() == flows[index].distance) continue;
+        next[topology_.node(sides[place]->peer())].push_back(index);
+        moved = true;
+      }
     }
     at = std::move(next);
   }

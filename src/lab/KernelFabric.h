@@ -5,26 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "lab/Condition.h"
+#include "lab/Flows.h"
 #include "lab/Namespace.h"
 #include "lab/Routing.h"
 #include "lab/Topology.h"
 
 namespace Lab {
-
-// One stream of probes as far as its way through the fabric depends on it.
-struct Flow {
-  std::size_t source;  // nodes
-  std::size_t destination;
-  std::uint32_t sourceAddress;  // host byte order
-  std::uint32_t destinationAddress;
-  std::uint16_t sourcePort;
-};
 
 class KernelFabric {
  public:
@@ -44,9 +35,9 @@ class KernelFabric {
   void enter(std::size_t node) const { namespaces_[node].enter(); }
   void leave() const { home_.enter(); }
 
-  // Asks the kernel which way each flow takes now: the sides that send it, hop by hop, at most `mostHops` of them. A
-  // way that ends early was not routed further. Throws LabError.
-  std::vector<std::vector<LinkSide>> paths(const std::vector<Flow>& flows, std::size_t mostHops) const;
+  // Asks the kernel which way each flow takes now: the sides that send it, hop by hop, as far as its probes go. A way
+  // that ends early was not routed further. Throws LabError.
+  std::vector<std::vector<LinkSide>> paths(const std::vector<Flow>& flows) const;
 
  private:
   void makeNode(std::size_t node, std::uint64_t seed);

@@ -114,7 +114,7 @@ class Nodes {
   }
 
   std::vector<LinkSide> path(std::size_t from, std::size_t to, std::uint16_t port) const {
-    return fabric.paths({{from, to, topology.loopback(from), topology.loopback(to), port}}, 8).at(0);
+    return fabric.paths({{from, to, topology.loopback(from), topology.loopback(to), port, 8}}).at(0);
   }
 
   // Puts the faults with these numbers in force, and no others.
@@ -211,10 +211,10 @@ TEST(KernelFabric, TellsTheWayThatPacketsTake) {
                 for (std::size_t to = leaf1; to <= leaf4; ++to)
                   for (std::uint16_t port = 20000; port < 20010; ++port)
                     if (from != to)
-                      flows.push_back({from, to, nodes.topology.loopback(from), nodes.topology.loopback(to), port});
-              const auto paths = nodes.fabric.paths(flows, 8);
+                      flows.push_back({from, to, nodes.topology.loopback(from), nodes.topology.loopback(to), port, 8});
+              const auto paths = nodes.fabric.paths(flows);
               for (const Flow& flow : flows)
-                for (const int ttl : {1, 2, 3}) nodes.send(flow.source, flow.destination, flow.sourcePort, ttl);
+                for (const int ttl : {1, 2, 3}) nodes.send(flow.source, flow.destination, flow.port, ttl);
               const Sightings seen = sightings(taps);
               std::size_t expected = 0;
               std::set<std::size_t> firstHops;
@@ -225,7 +225,7 @@ TEST(KernelFabric, TellsTheWayThatPacketsTake) {
                 const std::size_t middle = nodes.topology.node(paths[index][0].peer());
                 firstHops.insert(middle);
                 const auto count = [&](std::size_t node) {
-                  const auto found = seen.find({node, flow.sourceAddress, flow.destinationAddress, flow.sourcePort});
+                  const auto found = seen.find({node, flow.sourceAddress, flow.destinationAddress, flow.port});
                   return found == seen.end() ? 0 : found->second;
                 };
                 failures.equal(count(middle), 3u, "packets at the spine that was told");
