@@ -118,9 +118,10 @@ class Values {
   }
 
   // The name of a group or a probe. Orders are named by both with a colon between them.
-  const std::string& name(const YamlNode& at, const std::string& what, const std::string& name) const {
+  const std::string& name(std::size_t line, const std::string& what, const std::string& name) const {
     if (name.empty() || name.size() > 64 || name.find(':') != std::string::npos)
-      fail(at, what + " " + quoted(name) + "; expected a name of 1 to 64 characters without \":\"");
+      throw ScenarioError(file_, line,
+                          what + " " + quoted(name) + "; expected a name of 1 to 64 characters without \":\"");
     return name;
   }
 
@@ -158,7 +159,10 @@ class Reader {
 
   Scenario read(const YamlNode& root) {
     values_.checkKeys(root, "a scenario", {"name", "topology", "probes", "faults", "duration", "seed", "convergence"});
-    scenario_.name = values_.text(values_.need(root, "a scenario", "name"), "name");
+    const YamlNode& name = values_.need(root, "a scenario", "name");
+    scenario_.name = values_.text(name, "name");
+    if (scenario_.name.size() > 100)
+      values_.fail(name, "name " + quoted(name.text) + "; expected at most 100 characters");
     const YamlNode& duration = values_.need(root, "a scenario", "duration");
     scenario_.duration = values_.seconds(duration, "duration", maxDuration);
     if (scenario_.duration == 0) values_.fail(duration, "duration 0; expected seconds above 0");
@@ -230,7 +234,7 @@ class Reader {
     if (values_.entries(*groups, "groups").size() > maxGroups)
       values_.fail(*groups, "groups: expected at most " + std::to_string(maxGroups) + " on a node");
     for (const YamlNode::Entry& entry : groups->entries) {
-      auto& interfaces = scenario_.nodes[node].groups[values_.name(*groups, "group", entry.key)];
+      auto& interfaces = scenario_.nodes[node].groups[values_.name(entry.keyLine, "group", entry.key)];
       for (const YamlNode& item : values_.items(entry.value, "group " + quoted(entry.key), maxLinks)) {
         if (item.text != "lo" && !sideByName_.count({node, item.text}))
           values_.fail(item, "unknown interface " + quoted(item.text) + " of " + quoted(scenario_.nodes[node].name) +
@@ -249,12 +253,12 @@ class Reader {
       const YamlNode& map = entry.value;
       const std::string what = "probe " + quoted(entry.key);
       Probe probe;
-      probe.name = values_.name(probes, "probe", entry.key);
+      probe.name = values_.name(entry.keyLine, "probe", entry.key);
       values_.checkKeys(map, what, {"srcGroup", "dstGroup", "rate", "distance", "ports", "enabled"});
       for (const auto& [key, group] :
            {std::pair("srcGroup", &probe.srcGroup), std::pair("dstGroup", &probe.dstGroup)}) {
         const YamlNode& node = values_.need(map, what, key);
-        *group = values_.name(node, key, node.text);
+        *group = values_.name(node.line, key, node.text);
       }
       probe.rate = static_cast<std::uint16_t>(values_.whole(values_.need(map, what, "rate"), "rate", 1, 65535));
       probe.distance =
@@ -375,7 +379,9 @@ Scenario readScenarioFile(const std::string& path) {
   try {
     text = Platform::readSmallFile(path, maxYamlSize);
   } catch (const Platform::FileError& error) {
-    throw ScenarioError(path, 1, std::string(error.what()) + "; expected a scenario");
+    std::string what = error.what();
+    if (what.compare(0, path.size() + 2, path + ": ") == 0) what.erase(0, path.size() + 2);  // it comes first anyway
+    throw ScenarioError(path, 1, what + "; expected a scenario");
   }
   return readScenario(text, path);
 }

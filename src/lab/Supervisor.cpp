@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <list>
 #include <map>
@@ -23,7 +24,6 @@
 #include "lab/Report.h"
 #include "lab/Seed.h"
 #include "platform/EventLoop.h"
-#include "platform/Files.h"
 
 namespace Lab {
 
@@ -31,7 +31,6 @@ namespace {
 
 constexpr double patience = 30;     // seconds for the processes to be set up, and again to end
 constexpr double heartbeat = 0.01;  // how often the loop's lateness is looked at when there is nothing else to do
-constexpr std::size_t maxReport = 256 * 1024 * 1024;
 
 class Supervisor {
  public:
@@ -136,7 +135,7 @@ class Supervisor {
 
   // Where the processes of a node, or the centre, keep what is theirs.
   std::string directoryOf(std::optional<std::size_t> node) const {
-    return place_.directory + "/" + (node ? scenario_.nodes[*node].name : std::string(roleName(Role::centre)));
+    return place_.directory + (node ? "/nodes/" + scenario_.nodes[*node].name : "/centre");
   }
 
   void start(Role role, std::optional<std::size_t> node) {
@@ -146,7 +145,7 @@ class Supervisor {
     process.node = node;
     process.name = node ? scenario_.nodes[*node].name + "'s " + std::string(roleName(role)) : "the centre";
     const std::string directory = directoryOf(node);
-    std::filesystem::create_directory(directory);
+    std::filesystem::create_directories(directory);
     process.reportFile =
         directory + "/" + std::string(roleName(role)) + "-report-" + std::to_string(generation) + ".json";
     int ends[2];
@@ -339,8 +338,9 @@ class Supervisor {
   }
 
   void joinPart(nlohmann::json& report, const Process& process) {
-    if (!std::filesystem::exists(process.reportFile)) return;
-    const auto part = nlohmann::json::parse(Platform::readSmallFile(process.reportFile, maxReport), nullptr, false);
+    std::ifstream file(process.reportFile);
+    if (!file) return;  // it had nothing to report
+    const auto part = nlohmann::json::parse(file, nullptr, false);
     if (part.is_object())
       join(report, part);
     else if (error_.empty())

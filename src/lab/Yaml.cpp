@@ -79,6 +79,8 @@ class TreeBuilder : public YAML::EventHandler {
         throw ScenarioError(file_, line,
                             "the key " + quoted(key) + " stands already in line " + std::to_string(entry.keyLine) +
                                 "; expected each key once");
+    if (open_.back().node->entries.size() == maxYamlKeys)
+      throw ScenarioError(file_, line, "too many keys; expected at most " + std::to_string(maxYamlKeys) + " in a map");
     open_.back().key = YamlNode::Entry{key, line, {}};
   }
 

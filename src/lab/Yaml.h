@@ -38,9 +38,11 @@ struct YamlNode::Entry {
 
 constexpr std::size_t maxYamlSize = 1024 * 1024;
 constexpr std::size_t maxYamlDepth = 16;
+constexpr std::size_t maxYamlKeys = 1024;  // of one map
 
 // The one document of `text`; of kind none if it is empty. `file` is only for the errors. Throws ScenarioError, also
-// for a text longer than maxYamlSize or nested deeper than maxYamlDepth.
+// for a text longer than maxYamlSize nested deeper than maxYamlDepth, or
+// with more than maxYamlKeys in a map.
 YamlNode parseYaml(std::string_view text, const std::string& file);
 
 // `text` from outside as it may stand in an error: in double quotes, cut if long, without control characters.
