@@ -1,0 +1,36 @@
+// See the header.
+#include "lab/Topology.h"
+
+#include <cstdio>
+
+namespace Lab {
+
+Topology::Topology(const Scenario& scenario) : scenario_(scenario), sides_(scenario.nodes.size()) {
+  for (std::size_t link = 0; link < scenario.links.size(); ++link)
+    for (const std::size_t side : {0u, 1u}) sides_[scenario.links[link].ends[side].node].push_back({link, side});
+}
+
+std::uint32_t Topology::address(std::size_t node, const std::string& interface) const {
+  if (interface == "lo") return loopback(node);
+  for (const LinkSide side : sides_[node])
+    if (scenario_.end(side).interface == interface) return address(side);
+  return 0;
+}
+
+std::string addressText(std::uint32_t address) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%u.%u.%u.%u", address >> 24, address >> 16 & 0xff, address >> 8 & 0xff,
+                address & 0xff);
+  return text;
+}
+
+std::string ethernetText(std::uint64_t address) {
+  char text[18];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", static_cast<unsigned>(address >> 40 & 0xff),
+                static_cast<unsigned>(address >> 32 & 0xff), static_cast<unsigned>(address >> 24 & 0xff),
+                static_cast<unsigned>(address >> 16 & 0xff), static_cast<unsigned>(address >> 8 & 0xff),
+                static_cast<unsigned>(address & 0xff));
+  return text;
+}
+
+}  // namespace Lab
