@@ -1,3 +1,4 @@
+// What the map does without looking at what it holds: its table, its growth, and the places of members.
 #include "runtime/HashMap.h"
 
 #include <algorithm>

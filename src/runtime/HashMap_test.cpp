@@ -1,3 +1,4 @@
+// The map against a plain model and at its edges: its size, its order, and sweeps during which it changes.
 #include "runtime/HashMap.h"
 
 #include <gtest/gtest.h>
