@@ -1,3 +1,4 @@
+// The judgement itself, from the lowest dormant TTL down to the nearest one at which a switch still answers.
 #include "analysis/StreamProbeLossOrDormantAnalyzer.h"
 
 #include "model/StreamText.h"

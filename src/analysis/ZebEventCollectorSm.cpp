@@ -1,3 +1,4 @@
+// From the leaf up: the counters of one switch, one TTL, one stream, the table.
 #include "analysis/ZebEventCollectorSm.h"
 
 #include "model/StreamText.h"

@@ -1,3 +1,4 @@
+// One handler: a queue that came gets its analyzer, one that went loses it.
 #include "analysis/ZebEventsAnalyzerSm.h"
 
 #include "model/StreamText.h"

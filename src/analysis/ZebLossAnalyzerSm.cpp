@@ -1,3 +1,4 @@
+// The reactor on one event slot first, then the one that stands while the service is enabled.
 #include "analysis/ZebLossAnalyzerSm.h"
 
 #include "analysis/StreamProbeLossOrDormantAnalyzer.h"

@@ -1,3 +1,4 @@
+// The reactor on one loss record, which moves its stream from pair to pair, then the one on all of them.
 #include "analysis/ZebLossPairRecorderSm.h"
 
 #include "model/StreamText.h"

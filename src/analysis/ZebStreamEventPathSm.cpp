@@ -1,3 +1,4 @@
+// The watchers only ask for the path; doComputePath() draws it, hop by hop.
 #include "analysis/ZebStreamEventPathSm.h"
 
 #include "model/StreamText.h"

@@ -1,3 +1,4 @@
+// The timer of a batch, then what one event changes in its TTL's record, then the fold and the analyzers.
 #include "analysis/ZebStreamEventsAnalyzerSm.h"
 
 #include "model/StreamText.h"

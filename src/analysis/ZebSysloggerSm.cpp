@@ -1,3 +1,4 @@
+// Two queues by time, pairs that wait and pairs that were logged, each with the timer of its head.
 #include "analysis/ZebSysloggerSm.h"
 
 #include "runtime/Activity.h"

@@ -1,3 +1,4 @@
+// The accessors that notify, and what the root object makes at its start and takes down at its end.
 #include "central/ZebRoot.h"
 
 #include "runtime/Activity.h"

@@ -1,4 +1,4 @@
-// See the header.
+// One pass over the faults in force, each of which only adds to what is down, dropped or dead.
 #include "lab/Condition.h"
 
 namespace Lab {

@@ -1,4 +1,4 @@
-// See the header.
+// A probe works in both directions, so each pair of members makes streams both ways, one for each port.
 #include "lab/Flows.h"
 
 #include <algorithm>

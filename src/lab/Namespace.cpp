@@ -1,4 +1,4 @@
-// See the header.
+// Making the namespaces puts this thread into them; the open files then keep them, wherever the thread goes.
 #include "lab/Namespace.h"
 
 #include <fcntl.h>

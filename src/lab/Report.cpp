@@ -1,4 +1,4 @@
-// See the header.
+// The parts of the document, in the form in which scripts and tests read it.
 #include "lab/Report.h"
 
 #include <algorithm>

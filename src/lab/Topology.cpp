@@ -1,4 +1,4 @@
-// See the header.
+// Who has which side of a link, and how the numbers read as texts.
 #include "lab/Topology.h"
 
 #include <cstdio>

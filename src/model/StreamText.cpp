@@ -1,3 +1,4 @@
+// Looks the ends of a stream up in the root object of the present activity.
 #include "model/StreamText.h"
 
 #include "central/ZebRoot.h"
