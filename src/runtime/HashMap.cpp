@@ -28,7 +28,7 @@ constexpr U32 capacityFor(U32 homes) {
 }  // namespace
 
 std::size_t HashMapGeneric::bytesFor(U32 capacity) {
-  return sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 2);
+  return sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 1);
 }
 
 std::size_t HashMapGeneric::tableBytes() const {

@@ -70,7 +70,7 @@ class HashMapGeneric {
   };
   static_assert(sizeof(Slot) == 12 && sizeof(void*) == 8);
 
-  // Followed by `capacity` slots and two that are always empty: a search runs into them. With no homes, members stand
+  // Followed by `capacity` slots and one that is always empty: every search ends there. With no homes, members stand
   // without a gap.
   struct Table {
     U32 size;
@@ -90,9 +90,9 @@ class HashMapGeneric {
     Slot const* slots = table()->slots();
     Slot const* slot = slots + homeOf(*table(), reversed);
     while (slot->reversed < reversed) ++slot;
-    // A stream and its reverse have one hash: the second's key is on its way while the first's is compared.
-    __builtin_prefetch(slot[1].reversed == reversed ? slot[1].cell() : slot);
     for (; slot->reversed == reversed && !slot->isEmpty(); ++slot) {
+      // A stream and its reverse have one hash: the second's key is on its way while the first's is compared.
+      __builtin_prefetch(slot[1].reversed == reversed ? slot[1].cell() : slot);
       if (matches(slot->cell())) return static_cast<U32>(slot - slots);
     }
     return none;
