@@ -28,7 +28,7 @@ constexpr U32 capacityFor(U32 homes) {
 }  // namespace
 
 std::size_t HashMapGeneric::bytesFor(U32 capacity) {
-  return sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 2);
+  return sizeof(Table) + sizeof(Slot) * (std::size_t{capacity} + 1);
 }
 
 std::size_t HashMapGeneric::tableBytes() const {
@@ -133,13 +133,13 @@ HashMapGeneric::Table* HashMapGeneric::tableWithRoom(ReversedOf reversedOf) {
 }
 
 void HashMapGeneric::insertCell(U32 reversed, void* cell, ReversedOf reversedOf) {
-  if (word_ == 0) {
-    word_ = reinterpret_cast<std::uintptr_t>(cell) | 1;
+  if (!word_) {
+    singleIs(cell);
     tellInserted(reversed, 0);
     return;
   }
   Table* table = tableWithRoom(reversedOf);
-  word_ = reinterpret_cast<std::uintptr_t>(table);
+  tableIs(table);
   Slot* slots = table->slots();
   U32 place = homeOf(*table, reversed);
   while (slots[place].reversed <= reversed && !slots[place].isEmpty()) ++place;
@@ -147,7 +147,7 @@ void HashMapGeneric::insertCell(U32 reversed, void* cell, ReversedOf reversedOf)
   while (!slots[free].isEmpty()) ++free;
   if (free == table->capacity) {
     table = resized(table, free + free / 8 + 8);
-    word_ = reinterpret_cast<std::uintptr_t>(table);
+    tableIs(table);
     slots = table->slots();
   }
   std::memmove(slots + place + 1, slots + place, sizeof(Slot) * (free - place));
@@ -161,7 +161,7 @@ void HashMapGeneric::removeAt(U32 place, ReversedOf reversedOf) {
   if (!isTable()) {
     U32 reversed = newestCursor_ ? reversedOf(single()) : 0;
     tellRemoved(reversed, 0);
-    word_ = 0;
+    word_ = nullptr;
     return;
   }
   Table* table = this->table();
@@ -179,12 +179,12 @@ void HashMapGeneric::removeAt(U32 place, ReversedOf reversedOf) {
 void HashMapGeneric::shrink() {
   Table* table = this->table();
   if (table->size == 1 && table->homes == 0) {
-    word_ = reinterpret_cast<std::uintptr_t>(table->slots()[0].cell()) | 1;
+    singleIs(table->slots()[0].cell());
     freeTable(table);
   } else if (table->size < table->capacity / 4) {
     U32 homes = table->size < smallSize ? 0 : std::max(firstHomes, table->size + table->size / 2);
     U32 capacity = homes == 0 ? std::min(smallSize, 2 * table->size) : capacityFor(homes);
-    word_ = reinterpret_cast<std::uintptr_t>(spread(table, homes, capacity));
+    tableIs(spread(table, homes, capacity));
   }
 }
 
@@ -192,7 +192,7 @@ void HashMapGeneric::replaceAt(U32 place, void* cell) {
   if (isTable()) {
     std::memcpy(table()->slots()[place].halves, &cell, sizeof(cell));
   } else {
-    word_ = reinterpret_cast<std::uintptr_t>(cell) | 1;
+    singleIs(cell);
   }
   for (auto* cursor = newestCursor_; cursor; cursor = cursor->older_) {
     if (cursor->map_ == this && !cursor->gone_ && cursor->placeNow() == place) cursor->cell_ = cell;
@@ -201,12 +201,12 @@ void HashMapGeneric::replaceAt(U32 place, void* cell) {
 
 HashMapGeneric::Contents HashMapGeneric::takeAll() {
   tellEmptied(false);
-  return Contents(std::exchange(word_, 0));
+  return Contents(std::exchange(word_, nullptr));
 }
 
 HashMapGeneric::Contents HashMapGeneric::takeAllForGood() {
   tellEmptied(true);
-  return Contents(std::exchange(word_, 0));
+  return Contents(std::exchange(word_, nullptr));
 }
 
 // ---- the cursors ----

@@ -33,8 +33,8 @@ class HashMapGeneric {
   HashMapGeneric(HashMapGeneric const&) = delete;
   HashMapGeneric& operator=(HashMapGeneric const&) = delete;
 
-  U32 size() const { return isTable() ? table()->size : U32{word_ != 0}; }
-  bool empty() const { return word_ == 0; }
+  U32 size() const { return isTable() ? table()->size : U32{word_ != nullptr}; }
+  bool empty() const { return !word_; }
   /// The memory that the map holds beside its own eight bytes and its members, in bytes.
   std::size_t tableBytes() const;
   /// Begins to load what a look-up of a key of this hash will read first.
@@ -70,7 +70,7 @@ class HashMapGeneric {
   };
   static_assert(sizeof(Slot) == 12 && sizeof(void*) == 8);
 
-  // Followed by `capacity` slots and two that are always empty: a search runs into them. With no homes, members stand
+  // Followed by `capacity` slots and one that is always empty: every search ends there. With no homes, members stand
   // without a gap.
   struct Table {
     U32 size;
@@ -90,17 +90,18 @@ class HashMapGeneric {
     Slot const* slots = table()->slots();
     Slot const* slot = slots + homeOf(*table(), reversed);
     while (slot->reversed < reversed) ++slot;
-    // A stream and its reverse have one hash: the second's key is on its way while the first's is compared.
-    __builtin_prefetch(slot[1].reversed == reversed ? slot[1].cell() : slot);
     for (; slot->reversed == reversed && !slot->isEmpty(); ++slot) {
+      // A stream and its reverse have one hash: the second's key is on its way while the first's is compared.
+      __builtin_prefetch(slot[1].reversed == reversed ? slot[1].cell() : slot);
       if (matches(slot->cell())) return static_cast<U32>(slot - slots);
     }
     return none;
   }
 
-  bool isTable() const { return word_ != 0 && (word_ & 1) == 0; }
-  Table* table() const { return reinterpret_cast<Table*>(word_); }
-  void* single() const { return reinterpret_cast<void*>(word_ & ~std::uintptr_t{1}); }
+  bool isTable() const { return word_ && !isSingle(); }
+  Table* table() const { return static_cast<Table*>(static_cast<void*>(word_)); }
+  /// The only member of a map without a table, or null.
+  void* single() const { return isSingle() ? word_ - 1 : nullptr; }
   void* cellAt(U32 place) const { return isTable() ? table()->slots()[place].cell() : single(); }
 
   void insertCell(U32 reversed, void* cell, ReversedOf reversedOf);
@@ -110,12 +111,12 @@ class HashMapGeneric {
   /// All that a map held, taken out of it.
   class Contents {
    public:
-    explicit Contents(std::uintptr_t word) : word_(word) {}
+    explicit Contents(char* word) : word_(word) {}
     /// Calls `drop(cell)` for each, in order, and frees the table.
     template <class Drop>
     void dropAll(Drop const& drop) {
       HashMapGeneric held;
-      held.word_ = std::exchange(word_, 0);
+      held.word_ = std::exchange(word_, nullptr);
       if (!held.isTable()) {
         if (!held.empty()) drop(held.single());
       } else {
@@ -128,7 +129,7 @@ class HashMapGeneric {
     }
 
    private:
-    std::uintptr_t word_;
+    char* word_;
   };
   /// Empties the map. Its cursors go on behind the place where they stand.
   Contents takeAll();
@@ -185,6 +186,9 @@ class HashMapGeneric {
 
  private:
   static U32 homeOf(Table const& table, U32 reversed) { return static_cast<U32>(U64{reversed} * table.homes >> 32); }
+  bool isSingle() const { return (reinterpret_cast<std::uintptr_t>(word_) & 1) != 0; }
+  void singleIs(void* cell) { word_ = static_cast<char*>(cell) + 1; }
+  void tableIs(Table* table) { word_ = static_cast<char*>(static_cast<void*>(table)); }
   static std::size_t bytesFor(U32 capacity);
   static Table* allocate(U32 capacity);
   static Table* resized(Table* table, U32 capacity);
@@ -200,8 +204,8 @@ class HashMapGeneric {
   // The newest cursor of this thread; each knows the next older one.
   [[gnu::tls_model("initial-exec")]] static thread_local Cursor* newestCursor_;
 
-  // Zero; or the single member's address with the lowest bit set; or the table's address.
-  std::uintptr_t word_ = 0;
+  // Null; or the single member's address and one, which makes it odd; or the table's address.
+  char* word_ = nullptr;
 };
 
 /// How a map holds its members: each in a block of its own, which stays where it is while the member lives.
