@@ -139,12 +139,6 @@ TEST_F(ShelfConcurrent, APollerEndsWithWhatStands) {
   EXPECT_EQ(followed, model);
 }
 
-// What the tables' order would be without its halves.
-struct Unordered {
-  static constexpr std::memory_order kLoad = std::memory_order_relaxed;
-  static constexpr std::memory_order kStore = std::memory_order_relaxed;
-};
-
 // A word that was seen implies all that was stored before it.
 template <typename Order>
 std::uint64_t passedOn() {
@@ -165,6 +159,12 @@ TEST_F(ShelfConcurrent, AWordPassesOnWhatWasBeforeIt) {
 }
 
 #ifdef SHELF_UNDER_THREAD_SANITIZER
+// What the tables' order would be without its halves.
+struct Unordered {
+  static constexpr std::memory_order kLoad = std::memory_order_relaxed;
+  static constexpr std::memory_order kStore = std::memory_order_relaxed;
+};
+
 TEST(ShelfConcurrentDeathTest, ARemovedOrderIsReported) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(std::exit(passedOn<Unordered>() == 7 ? 0 : 1), testing::ExitedWithCode(66), "data race");
