@@ -41,6 +41,7 @@ class ZebAnalyzerRegistry : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     constexpr bool watched = !requires {

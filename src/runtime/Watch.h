@@ -51,9 +51,13 @@ class Watch : public std::remove_const_t<T>::NotifieeConst {
   }
 
  protected:
-  template <class... Parameters, class... Arguments>
-  void pass(void (Owner::*handler)(Parameters...), Arguments const&... arguments) {
-    if (!this->isZombie()) (owner().*handler)(arguments...);
+  // A handler's name may stand for two: the keyless sweep, and the one that takes the key.
+  void pass(void (Owner::*handler)()) {
+    if (!this->isZombie()) (owner().*handler)();
+  }
+  template <class Key>
+  void pass(void (Owner::*handler)(Key), std::remove_cvref_t<Key> const& key) {
+    if (!this->isZombie()) (owner().*handler)(key);
   }
 };
 
