@@ -15,8 +15,12 @@
 
 namespace Zeb {
 
-inline Fabric::SystemId systemId(U8 number) { return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, 0, number})); }
-inline Netkit::IpAddr ipAddr(U8 number) { return Netkit::IpAddr(0x0a000000U + number); }
+inline Fabric::SystemId systemId(U8 number) {
+  return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, 0, number}));
+}
+inline Netkit::IpAddr ipAddr(U8 number) {
+  return Netkit::IpAddr(0x0a000000U + number);
+}
 
 // The stream with this tag from switch `from` to switch `to`, each at the address of its number.
 inline ProbeStreamId streamId(U8 from, U8 to, U32 tag = 1) {

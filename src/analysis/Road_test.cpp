@@ -131,7 +131,7 @@ TEST_F(Road, ALinkFromALeafToASpineIsNamedElevenSecondsAfterItsFlowsFellSilent) 
   EXPECT_EQ(lossStatus().lossRecords(), 0u);
   runTo(111);
   EXPECT_EQ(lossStatus().lossRecords(), 3u);
-  EXPECT_EQ(pairs(), (std::set<DevicePair>{{systemId(1), systemId(spine1)}}));
+  ASSERT_EQ(pairs(), (std::set<DevicePair>{{systemId(1), systemId(spine1)}}));
   EXPECT_EQ(lossStatus().devicePairLossRecord({systemId(1), systemId(spine1)})->streamLossRecords(), 3u);
   runTo(300);
   EXPECT_EQ(logged, (Messages{{121, "Zeb detected probe loss between devices leaf1 and spine1."}}));

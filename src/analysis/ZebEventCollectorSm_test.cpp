@@ -11,7 +11,9 @@ struct Seen {
   U32 count;
   bool operator==(Seen const&) const = default;
 };
-std::ostream& operator<<(std::ostream& out, Seen const& seen) { return out << seen.type << ' ' << seen.count; }
+std::ostream& operator<<(std::ostream& out, Seen const& seen) {
+  return out << seen.type << ' ' << seen.count;
+}
 
 // Notes each event of a stream as its slot becomes complete.
 struct EventLog : Rix::Reactor<EventLog> {
@@ -80,8 +82,8 @@ TEST_F(EventCollector, CountersThatStandWhenASwitchBeginsToReportMakeNoEventUnti
   start();
   auto newcomer = Rix::make<ProbeStreamSwitchIngressRecord>(systemId(6));
   newcomer->ingressStatsIs()->probesReceivedIs(100);
-  auto reactor = Rix::make<ZebEventCollectorIngressStreamSm::RixIngressRecord>(
-      newcomer, collector->streamSm(id)->ingressSm(3));
+  auto reactor =
+      Rix::make<ZebEventCollectorIngressStreamSm::RixIngressRecord>(newcomer, collector->streamSm(id)->ingressSm(3));
   EXPECT_EQ(taken(), Events{});
   EXPECT_EQ(reactor->probesReceivedLast(), 100u);
   newcomer->ingressStats()->probesReceivedIs(103);
@@ -206,8 +208,7 @@ struct TableLog : Rix::Reactor<TableLog> {
     using Watch::Watch;
     void onEvent(ProbeStreamId const& streamId) override { pass(&TableLog::handleEvent, streamId); }
   };
-  TableLog(Rix::Ptr<ProbeStreamEventTable const> const& table, ZebEventCollectorSm& collector)
-      : collector_(collector) {
+  TableLog(Rix::Ptr<ProbeStreamEventTable const> const& table, ZebEventCollectorSm& collector) : collector_(collector) {
     table_.notifierIs(table);
     seen.clear();
   }

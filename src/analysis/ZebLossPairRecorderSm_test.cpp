@@ -17,7 +17,9 @@ struct PairLog : Rix::Reactor<PairLog> {
   void rixParts(F&& f) {
     f(lossStatus_);
   }
-  void handleDevicePair(DevicePair const& pair) { seen.emplace_back(lossStatus_->devicePairLossRecord(pair) != nullptr, pair); }
+  void handleDevicePair(DevicePair const& pair) {
+    seen.emplace_back(lossStatus_->devicePairLossRecord(pair) != nullptr, pair);
+  }
   std::vector<std::pair<bool, DevicePair>> seen;
   RixLossStatus lossStatus_{this};
 };
@@ -212,8 +214,7 @@ using PairRecorderDeathTest = PairRecorder;
 TEST_F(PairRecorderDeathTest, ASecondSweepOfTheSameRecordsEndsTheProcess) {
   start();
   open(first);
-  EXPECT_DEATH(lossStatus().lossRecordNotify(first),
-               "assertion failed: !streamLossPairRecorderSm\\( streamId \\)");
+  EXPECT_DEATH(lossStatus().lossRecordNotify(first), "assertion failed: !streamLossPairRecorderSm\\( streamId \\)");
 }
 
 TEST_F(PairRecorderDeathTest, APairOfOneDeviceEndsTheProcess) {

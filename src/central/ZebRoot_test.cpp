@@ -10,7 +10,9 @@
 namespace Zeb {
 namespace {
 
-Fabric::SystemId systemId(U8 number) { return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, 0, number})); }
+Fabric::SystemId systemId(U8 number) {
+  return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, 0, number}));
+}
 
 struct ZebRoot : testing::Test {
   Rix::VirtualTime time{100};
@@ -70,7 +72,9 @@ TEST_F(ZebRoot, BeforeTheRootObjectIsSetAStreamsTextHasAddresses) {
   EXPECT_EQ(probeStreamStringValue(id), "leaf1->leaf2 02:00:00:00:01:01->02:00:00:00:01:02");
 }
 
-TEST(ZebRootOfNobody, WithoutAnActivityThereIsNone) { EXPECT_FALSE(zebRoot()); }
+TEST(ZebRootOfNobody, WithoutAnActivityThereIsNone) {
+  EXPECT_FALSE(zebRoot());
+}
 
 TEST_F(ZebRoot, AnotherKindOfRootObjectIsNone) {
   activity.rootObject() = status;
