@@ -18,8 +18,7 @@ bool anythingToReport(StreamLossRecord const& lossRecord) {
   auto const note = [&](bool seen, U8 ttl, char const* what) {
     if (!seen) return;
     any = true;
-    RIX_TRACE(traceHandle, 1,
-              probeStreamStringValue(lossRecord.streamId()) << " ttl: " << unsigned{ttl} << what);
+    RIX_TRACE(traceHandle, 1, probeStreamStringValue(lossRecord.streamId()) << " ttl: " << unsigned{ttl} << what);
   };
   for (auto const& ttlRecord : lossRecord.streamTtlLossRecordIterator()) {
     note(ttlRecord->dormant(), ttlRecord->ttl(), " dormant");
@@ -78,8 +77,7 @@ void StreamProbeLossOrDormantAnalyzer::doAnalyze(Rix::Ptr<Root> const& root,
     RIX_TRACE(traceHandle, 8,
               "streamId: " << probeStreamStringValue(streamId) << " destDormant: " << lossRecord->destDormant());
   } else if (anythingToReport(*lossRecord)) {
-    RIX_TRACE(traceHandle, 8,
-              "streamId: " << probeStreamStringValue(streamId) << " partial dormancy/loss observed");
+    RIX_TRACE(traceHandle, 8, "streamId: " << probeStreamStringValue(streamId) << " partial dormancy/loss observed");
     updateStreamLossPair(*streamRecord, *lossRecord);
   } else {
     RIX_TRACE(traceHandle, 8, "streamId: " << probeStreamStringValue(streamId) << " deleting loss record");
@@ -107,9 +105,8 @@ void StreamProbeLossOrDormantAnalyzer::updateStreamLossPair(ProbeStreamRecord co
     lossRecord.minNoLossDeviceIdIs(good ? good->switchId() : streamRecord.sourceId());
     RIX_TRACE(traceHandle, 8,
               probeStreamStringValue(streamRecord.streamId())
-                  << " minLossTtl:" << unsigned{lossRecord.minLossTtl()}
-                  << " minNoLossTtl:" << unsigned{lossRecord.minNoLossTtl()}
-                  << " minLossDeviceId:" << lossRecord.minLossDeviceId()
+                  << " minLossTtl:" << unsigned{lossRecord.minLossTtl()} << " minNoLossTtl:"
+                  << unsigned{lossRecord.minNoLossTtl()} << " minLossDeviceId:" << lossRecord.minLossDeviceId()
                   << " minNoLossDeviceId:" << lossRecord.minNoLossDeviceId());
   }
   lossRecord.updateCounterInc(1);

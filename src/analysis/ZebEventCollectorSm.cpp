@@ -21,7 +21,9 @@ IngressRecord::RixIngressRecord(Rix::Ptr<ProbeStreamSwitchIngressRecord> const& 
   handleInitialized();
 }
 
-void IngressRecord::handleInitialized() { handleStats(); }
+void IngressRecord::handleInitialized() {
+  handleStats();
+}
 
 void IngressRecord::handleStats() {
   ProbeStreamIngressStats const* stats = record_->ingressStats();
@@ -79,9 +81,9 @@ void IngressRecord::doAddEvent(EventType type, U32 count, U32 lastCount) {
   U8 const ttl = owner_->zebIngressRecord_->ttl();
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebEventCollectorIngressStreamSm::RixIngressRecord::doAddEvent(Zeb::EventType, U32, U32) "
-            "streamId: " << probeStreamStringValue(event.streamId())
-                         << " ttl:" << unsigned{ttl} << " type: " << type << " count: " << count
-                         << " lastCount: " << lastCount);
+            "streamId: "
+                << probeStreamStringValue(event.streamId()) << " ttl:" << unsigned{ttl} << " type: " << type
+                << " count: " << count << " lastCount: " << lastCount);
   bool const flag = type == EventType::eventDormant || type == EventType::eventDeleted;
   if (count == 0 && !flag) return;
   // A counter that went backwards began again, so all of it is new.
@@ -190,14 +192,15 @@ void ZebEventCollectorSm::handleInitialized() {
 }
 
 void ZebEventCollectorSm::handleStream() {
-  Rix::sweepKeys(streamTable_->streamRecordIterator(), [this](ProbeStreamId const& streamId) { handleStream(streamId); });
+  Rix::sweepKeys(streamTable_->streamRecordIterator(),
+                 [this](ProbeStreamId const& streamId) { handleStream(streamId); });
 }
 
 void ZebEventCollectorSm::handleStream(ProbeStreamId const& streamId) {
   if (!initialized_) return;
-  RIX_TRACE(traceHandle, 8,
-            "void Zeb::ZebEventCollectorSm::handleStream(Zeb::ProbeStreamId) streamId: "
-                << probeStreamStringValue(streamId));
+  RIX_TRACE(
+      traceHandle, 8,
+      "void Zeb::ZebEventCollectorSm::handleStream(Zeb::ProbeStreamId) streamId: " << probeStreamStringValue(streamId));
   if (ProbeStreamRecord* record = streamTable_->streamRecord(streamId)) {
     eventTable_->eventIs(streamId);
     streamSmIs(record, eventTable_, status_);

@@ -163,9 +163,7 @@ class ZebEventCollectorSm : public Rix::Reactor<ZebEventCollectorSm> {
  public:
   struct RixStreamTable : Rix::Watch<RixStreamTable, ProbeStreamTable, ZebEventCollectorSm> {
     using Watch::Watch;
-    void onStreamRecord(ProbeStreamId const& streamId) override {
-      pass(&ZebEventCollectorSm::handleStream, streamId);
-    }
+    void onStreamRecord(ProbeStreamId const& streamId) override { pass(&ZebEventCollectorSm::handleStream, streamId); }
   };
 
   ZebEventCollectorSm(Rix::Ptr<ProbeStreamTable> const& streamTable, Rix::Ptr<ProbeStreamEventTable> const& eventTable,

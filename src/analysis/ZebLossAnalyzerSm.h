@@ -1,7 +1,7 @@
-// The way of an event into its queue. ZebLossAnalyzerSm stands while the service is enabled: it registers the analyzers,
-// owns the logger and the recorder of device pairs, and keeps one ZebStreamLossAnalyzerSm on each event slot, which
-// copies the slot into the stream's queue, with the time, whenever it is complete. Nothing is merged or judged here.
-// The queues belong to the root object and outlive a disable.
+// The way of an event into its queue. ZebLossAnalyzerSm stands while the service is enabled: it registers the
+// analyzers, owns the logger and the recorder of device pairs, and keeps one ZebStreamLossAnalyzerSm on each event
+// slot, which copies the slot into the stream's queue, with the time, whenever it is complete. Nothing is merged or
+// judged here. The queues belong to the root object and outlive a disable.
 #pragma once
 
 #include "analysis/ZebLossPairRecorderSm.h"
@@ -19,8 +19,7 @@ class ZebStreamLossAnalyzerSm : public Rix::Reactor<ZebStreamLossAnalyzerSm> {
   };
 
   ZebStreamLossAnalyzerSm(Rix::Ptr<Root> const& root, ProbeStreamId const& streamId,
-                          Rix::Ptr<ProbeStreamEvent const> const& event,
-                          Rix::Ptr<ProbeStreamEventsQueue> const& queue);
+                          Rix::Ptr<ProbeStreamEvent const> const& event, Rix::Ptr<ProbeStreamEventsQueue> const& queue);
   template <class F>
   void rixParts(F&& f) {
     f(event_);

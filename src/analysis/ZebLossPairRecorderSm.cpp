@@ -71,9 +71,9 @@ void ZebStreamLossPairRecorderSm::handleLossPoint() {
 }
 
 void ZebStreamLossPairRecorderSm::doDeleteLossRecord(DevicePair const& pair) {
-  RIX_TRACE(traceHandle, 8,
-            "void Zeb::ZebStreamLossPairRecorderSm::doDeleteLossRecord(Zeb::DevicePair) devicePair: "
-                << pairText(pair));
+  RIX_TRACE(
+      traceHandle, 8,
+      "void Zeb::ZebStreamLossPairRecorderSm::doDeleteLossRecord(Zeb::DevicePair) devicePair: " << pairText(pair));
   DevicePairLossRecord* record = lossStatus_->devicePairLossRecord(pair);
   if (!record) return;
   record->streamLossRecordDel(streamLossRecord_->streamId());
@@ -82,7 +82,9 @@ void ZebStreamLossPairRecorderSm::doDeleteLossRecord(DevicePair const& pair) {
   lossStatus_->devicePairLossRecordDel(pair);
 }
 
-void ZebStreamLossPairRecorderSm::doCleanup() { doDeleteLossRecord(currentLossDevicePair_); }
+void ZebStreamLossPairRecorderSm::doCleanup() {
+  doDeleteLossRecord(currentLossDevicePair_);
+}
 
 ZebLossPairRecorderSm::ZebLossPairRecorderSm(Rix::Ptr<ZebStatus> const& zebStatus,
                                              Rix::Ptr<ProbeStreamTable const> const& streamTable)
@@ -102,7 +104,9 @@ ZebStreamEventPathSm* ZebLossPairRecorderSm::eventPathSmIs(Rix::Ptr<ProbeStreamR
   return eventPathSm_.is(streamRecord->streamId(), streamRecord, zebStatus);
 }
 
-void ZebLossPairRecorderSm::handleLossStatus() { lossStatus_.notifierIs(zebStatus_->lossStatus()); }
+void ZebLossPairRecorderSm::handleLossStatus() {
+  lossStatus_.notifierIs(zebStatus_->lossStatus());
+}
 
 void ZebLossPairRecorderSm::handleStreamLossRecord(ProbeStreamId const& streamId) {
   StreamLossRecord* streamLossRecord = lossStatus_->lossRecord(streamId);

@@ -20,7 +20,9 @@ EgressRecord::RixEgressRecord(Rix::Ptr<ProbeStreamEgressRecord const> const& rec
   handleRecord();
 }
 
-void EgressRecord::handleRecord() { owner_->handleRecord(); }
+void EgressRecord::handleRecord() {
+  owner_->handleRecord();
+}
 
 SwitchRecord::RixIngressRecord(Rix::Ptr<ProbeStreamSwitchIngressRecord const> const& record,
                                ZebStreamEventPathSm* owner)
@@ -29,7 +31,9 @@ SwitchRecord::RixIngressRecord(Rix::Ptr<ProbeStreamSwitchIngressRecord const> co
   handleRecord();
 }
 
-void SwitchRecord::handleRecord() { owner_->handleRecord(); }
+void SwitchRecord::handleRecord() {
+  owner_->handleRecord();
+}
 
 TtlRecord::RixZebIngressRecord(Rix::Ptr<ProbeStreamIngressRecord const> const& record, ZebStreamEventPathSm* owner)
     : owner_(owner) {
@@ -85,9 +89,9 @@ void ZebStreamEventPathSm::handleRecord() {
 
 void ZebStreamEventPathSm::doComputePath() {
   ProbeStreamRecord const& streamRecord = *streamRecord_;
-  RIX_TRACE(traceHandle, 8,
-            "void Zeb::ZebStreamEventPathSm::doComputePath() streamId: "
-                << probeStreamStringValue(streamRecord.streamId()));
+  RIX_TRACE(
+      traceHandle, 8,
+      "void Zeb::ZebStreamEventPathSm::doComputePath() streamId: " << probeStreamStringValue(streamRecord.streamId()));
   ZebStatus const& status = *zebStatus_;
   ProbeStreamEgressRecord const* egressRecord = streamRecord.egressRecord(1);
   if (!egressRecord) return;
@@ -104,7 +108,9 @@ void ZebStreamEventPathSm::doComputePath() {
   }
 }
 
-void ZebStreamEventPathSm::doCleanup() { lossStatus().lossEventStreamPathDel(streamRecord_->streamId()); }
+void ZebStreamEventPathSm::doCleanup() {
+  lossStatus().lossEventStreamPathDel(streamRecord_->streamId());
+}
 
 Rix::Ptr<ZebStreamEventPathSm> zebStreamEventPathSmFactory(Rix::Ptr<ProbeStreamRecord const> const& streamRecord,
                                                            Rix::Ptr<ZebStatus> const& zebStatus) {

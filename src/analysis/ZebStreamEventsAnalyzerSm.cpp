@@ -72,9 +72,8 @@ void ZebStreamEventsAnalyzerSm::doAnalyzeCommon(Rix::Ptr<Root> const& root,
     if (record.eventType == EventType::eventProbesReceived && !lossRecord) return;
     RIX_TRACE(traceHandle, 8,
               "processing event for streamId: " << probeStreamStringValue(id) << " ttl: " << unsigned{record.ttl}
-                                                << " timeStamp: " << record.timeStamp
-                                                << " eventType: " << record.eventType
-                                                << " ingressSwitchId: " << record.ingressSwitchId
+                                                << " timeStamp: " << record.timeStamp << " eventType: "
+                                                << record.eventType << " ingressSwitchId: " << record.ingressSwitchId
                                                 << " count: " << record.count);
     if (!lossRecord) {
       lossRecord = lossStatus->lossRecordIs(id, streamSrcHostname(root, id), streamDstHostname(root, id), id.dstIp(),
@@ -124,8 +123,7 @@ void ZebStreamEventsAnalyzerSm::updateHostLossRecord(ProbeStreamRecord const& st
 
 void ZebStreamEventsAnalyzerSm::updateEpoch(SwitchHostLossRecord& host, Sonar::Epoch epoch) const {
   if (epoch == host.epoch()) return;
-  RIX_TRACE(traceHandle, 8,
-            probeStreamStringValue(streamId()) << " epoch change:" << host.epoch() << "->" << epoch);
+  RIX_TRACE(traceHandle, 8, probeStreamStringValue(streamId()) << " epoch change:" << host.epoch() << "->" << epoch);
   host.epochChangeCountInc(1);
   host.lastEpochIs(host.epoch());
   host.epochIs(epoch);
@@ -213,9 +211,8 @@ void ZebStreamEventsAnalyzerSm::updateLastIngressSwitch(StreamTtlLossRecord& ttl
   if (!(ingressSwitchId == ttlRecord.lastIngressSwitchId())) {
     ttlRecord.ingressSwitchChangeCountInc(1);
     RIX_TRACE(traceHandle, 8,
-              probeStreamStringValue(streamId())
-                  << " ingressSwitchChangeCount:" << ttlRecord.ingressSwitchChangeCount()
-                  << " lastIngressSwitchId:" << ttlRecord.lastIngressSwitchId());
+              probeStreamStringValue(streamId()) << " ingressSwitchChangeCount:" << ttlRecord.ingressSwitchChangeCount()
+                                                 << " lastIngressSwitchId:" << ttlRecord.lastIngressSwitchId());
   }
   ttlRecord.lastIngressSwitchIdIs(ingressSwitchId);
 }

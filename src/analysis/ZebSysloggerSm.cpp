@@ -94,8 +94,7 @@ void ZebSysloggerSm::handleUnloggedPairTimer() {
   while (!unloggedPair_.empty()) {
     PairTime const pt = unloggedPair_.front();
     if (pt.time() + unloggedWait() > Rix::now()) break;
-    RIX_TRACE(traceHandle, 8,
-              "void Zeb::ZebSysloggerSm::handleUnloggedPairTimer() devicePair: " << pt.devicePair());
+    RIX_TRACE(traceHandle, 8, "void Zeb::ZebSysloggerSm::handleUnloggedPairTimer() devicePair: " << pt.devicePair());
     if (lossStatus_ && lossStatus_->devicePairLossRecord(pt.devicePair())) {
       doSyslog(pt.devicePair());
       doAddLoggedPair(pt.devicePair());

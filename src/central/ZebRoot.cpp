@@ -43,7 +43,9 @@ void ZebAnalyzerRegistry::analyzerNotify(Rix::String8 const& key) {
   rixNotify<NotifieeConst>(0, [&](NotifieeConst& notifiee) { notifiee.onAnalyzer(key); });
 }
 
-Root::Root(Rix::Name const& name) : name_(name) { doInit(); }
+Root::Root(Rix::Name const& name) : name_(name) {
+  doInit();
+}
 
 Root::~Root() {
   zebStreamTable_ = nullptr;
@@ -84,7 +86,9 @@ Rix::Ptr<ZebAnalyzerRegistry> const& Root::analyzerRegistryIs(Rix::Name const& n
   return analyzerRegistry_;
 }
 
-Rix::Ptr<Root> rootFactory(Rix::Name const& name) { return Rix::make<Root>(name); }
+Rix::Ptr<Root> rootFactory(Rix::Name const& name) {
+  return Rix::make<Root>(name);
+}
 
 Rix::Ptr<Root> zebRoot() {
   Rix::Activity* activity = Rix::Activity::currentOrNull();

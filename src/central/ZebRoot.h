@@ -41,6 +41,7 @@ class ZebAnalyzerRegistry : public Rix::Entity {
     void rixSweepCollections(Rix::Interest interest);
   };
   using Notifiee = NotifieeConst;
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(0);
   template <class D>
   static constexpr Rix::Interest rixInterestOf() {
     constexpr bool watched = !requires {
@@ -67,10 +68,8 @@ class ZebAnalyzerRegistry : public Rix::Entity {
   void analyzerDel(Rix::String8 const& key);
   // Removes the entry on which an iterator of analyzerIterator() stands.
   template <class Iterator>
-    requires requires(Iterator& at) { (*at).key; }
-  void analyzerDel(Iterator& at) {
-    analyzerDel(Rix::String8((*at).key));
-  }
+  requires requires(Iterator& at) { (*at).key; }
+  void analyzerDel(Iterator& at) { analyzerDel(Rix::String8((*at).key)); }
   void analyzerDelAll();
   void analyzerNotify(Rix::String8 const& key);
 
