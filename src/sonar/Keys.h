@@ -1,18 +1,16 @@
-// The fabric's keys: which key signs the probes that this switch sends, and which keys it accepts. The text of a key
-// file comes in from outside; nothing here opens a file.
+// The fabric's keys: which key signs the probes that this switch sends, and which keys it accepts. They are handed in;
+// nothing here opens a file.
 #pragma once
 
 #include <array>
 #include <optional>
-#include <string>
-#include <string_view>
 
 #include "sonar/SipHash.h"
 
 namespace Sonar {
 
-/// Keys by their ids. A probe names the id of its key, so that keys can be changed in a running fabric: add the new
-/// one everywhere as accepted, then move it to the top of each file, then take the old one away.
+/// Keys by their ids. A probe names the id of its key, so that the keys of a running fabric can be changed: add the
+/// new one everywhere as accepted, then let it sign everywhere, then take the old one away.
 class Keyring {
  public:
   /// The key that signs what this switch sends. Precondition: the ring is not empty.
@@ -22,25 +20,21 @@ class Keyring {
   /// The key of that id, null if the ring has none.
   SipKey const* key(U8 id) const { return keys_[id] ? &*keys_[id] : nullptr; }
 
-  bool empty() const { return empty_; }
+  bool isEmpty() const { return isEmpty_; }
 
   /// Adds a key; the first one added signs. Returns false, and changes nothing, if the id is taken.
-  bool keyIs(U8 id, SipKey const& key);
+  bool keyIs(U8 id, SipKey const& key) {
+    if (keys_[id]) return false;
+    keys_[id] = key;
+    if (isEmpty_) signingId_ = id;
+    isEmpty_ = false;
+    return true;
+  }
 
  private:
   std::array<std::optional<SipKey>, 256> keys_;
   U8 signingId_ = 0;
-  bool empty_ = true;
+  bool isEmpty_ = true;
 };
-
-/// What reading a key file gave: a ring, or an error that says in which line and what was expected.
-struct KeyFile {
-  Keyring keys;
-  std::string error;  ///< empty if all is well
-};
-
-/// Reads the text of a key file: one key a line as its id (0 to 255), blanks, and 32 hexadecimal digits. The first
-/// key signs. Empty lines and lines that start with '#' are skipped. No message ever repeats a key's digits.
-KeyFile parseKeyFile(std::string_view text);
 
 }  // namespace Sonar

@@ -2,45 +2,37 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <numeric>
+
 namespace Sonar {
 namespace {
 
 TEST(Keys, theFirstKeySignsAndAllAreAccepted) {
-  auto const file = parseKeyFile(
-      "# the fabric's keys\n\n 9  000102030405060708090a0b0c0d0e0f \r\n3\tFFFFFFFFFFFFFFFF0000000000000000");
-  ASSERT_EQ(file.error, "");
-  EXPECT_EQ(file.keys.signingId(), 9);
-  EXPECT_EQ(file.keys.signingKey(), (SipKey{0x0706050403020100ULL, 0x0f0e0d0c0b0a0908ULL}));
-  ASSERT_TRUE(file.keys.key(3));
-  EXPECT_EQ(*file.keys.key(3), (SipKey{~U64{0}, 0}));
-  EXPECT_FALSE(file.keys.key(4));
+  Keyring keys;
+  EXPECT_TRUE(keys.isEmpty());
+  EXPECT_TRUE(keys.keyIs(9, {1, 2}));
+  EXPECT_TRUE(keys.keyIs(0, {3, 4}));
+  EXPECT_FALSE(keys.isEmpty());
+  EXPECT_EQ(keys.signingId(), 9);
+  EXPECT_EQ(keys.signingKey(), (SipKey{1, 2}));
+  ASSERT_TRUE(keys.key(0));
+  EXPECT_EQ(*keys.key(0), (SipKey{3, 4}));
+  EXPECT_FALSE(keys.key(1));
 }
 
-struct Bad {
-  char const* text;
-  char const* error;
-};
-
-class BadKeyFile : public testing::TestWithParam<Bad> {};
-
-TEST_P(BadKeyFile, isRejectedWithItsLineAndWhatWasExpected) {
-  EXPECT_EQ(parseKeyFile(GetParam().text).error, GetParam().error);
+TEST(Keys, anIdIsGivenOnce) {
+  Keyring keys;
+  keys.keyIs(9, {1, 2});
+  EXPECT_FALSE(keys.keyIs(9, {3, 4}));
+  EXPECT_EQ(*keys.key(9), (SipKey{1, 2}));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Keys, BadKeyFile,
-    testing::Values(
-        Bad{"", "expected at least one line with a key id and 32 hexadecimal digits"},
-        Bad{"# nothing\n", "expected at least one line with a key id and 32 hexadecimal digits"},
-        Bad{"7", "line 1: expected a key id, a blank and 32 hexadecimal digits"},
-        Bad{"\n256 000102030405060708090a0b0c0d0e0f", "line 2: expected a key id from 0 to 255"},
-        Bad{"-1 000102030405060708090a0b0c0d0e0f", "line 1: expected a key id from 0 to 255"},
-        Bad{"x 000102030405060708090a0b0c0d0e0f", "line 1: expected a key id from 0 to 255"},
-        Bad{"1 000102030405060708090a0b0c0d0e", "line 1: expected 32 hexadecimal digits after the key id"},
-        Bad{"1 000102030405060708090a0b0c0d0e0g", "line 1: expected 32 hexadecimal digits after the key id"},
-        Bad{"1 000102030405060708090a0b0c0d0e0f00", "line 1: expected 32 hexadecimal digits after the key id"},
-        Bad{"1 000102030405060708090a0b0c0d0e0f\n1 100102030405060708090a0b0c0d0e0f",
-            "line 2: expected a key id that no line above has"}));
+TEST(Keys, aKeyIsReadFromItsBytesLowestFirst) {
+  std::array<U8, 16> bytes{};
+  std::iota(bytes.begin(), bytes.end(), U8{0});
+  EXPECT_EQ(SipKey::of(bytes), (SipKey{0x0706050403020100ULL, 0x0f0e0d0c0b0a0908ULL}));
+}
 
 }  // namespace
 }  // namespace Sonar

@@ -43,6 +43,8 @@ U64 wordAt(U8 const* bytes, std::size_t count) {
 
 }  // namespace
 
+SipKey SipKey::of(std::span<U8 const, 16> bytes) { return {wordAt(bytes.data(), 8), wordAt(bytes.data() + 8, 8)}; }
+
 U64 sipHash(SipKey const& key, std::span<U8 const> bytes) {
   // The four constants spell the algorithm's seed text; they are part of its definition.
   State state{key.low ^ 0x736f6d6570736575ULL, key.high ^ 0x646f72616e646f6dULL, key.low ^ 0x6c7967656e657261ULL,

@@ -12,7 +12,9 @@ struct SipKey {
   U64 low = 0;   ///< bytes 0 to 7 of the key, lowest first
   U64 high = 0;  ///< bytes 8 to 15
 
-  bool operator==(SipKey const&) const = default;
+  static SipKey of(std::span<U8 const, 16> bytes);
+
+  friend bool operator==(SipKey const&, SipKey const&) = default;
 };
 
 /// The hash of `bytes` under `key`.

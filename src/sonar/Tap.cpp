@@ -154,7 +154,7 @@ U64 Tap::dropped() {
   return dropped_;
 }
 
-Netkit::IntfId const& Tap::interface(int index) {
+Netkit::IntfId Tap::interface(int index) {
   auto const known = interfaces_.find(index);
   if (known != interfaces_.end()) return known->second;
   // Asked of the tap's own socket, so that the answer is of its namespace whichever the thread is in.

@@ -24,7 +24,7 @@ std::vector<sock_filter> tapFilter(U16 port, std::span<Netkit::IpAddr const> add
 class Tap {
  public:
   /// Takes one packet, from its IP header on; the bytes are valid during the call only.
-  using Taker = std::function<void(std::span<U8 const> packet, Netkit::IntfId const& interface)>;
+  using Taker = std::function<void(std::span<U8 const> packet, Netkit::IntfId interface)>;
 
   /// Opens the tap in the network namespace of the calling thread. Throws std::system_error.
   explicit Tap(U16 port);
@@ -46,7 +46,7 @@ class Tap {
 
  private:
   void drainBlock(U8* block, Taker const& taker);
-  Netkit::IntfId const& interface(int index);
+  Netkit::IntfId interface(int index);
 
   Socket socket_;
   U16 port_;
