@@ -18,8 +18,10 @@ Socket openProbePort(Netkit::IpAddr address, U16 port) {
   sock_fprog const program{1, &reject};
   // A source port may be the port that probes go to; both sockets then share it.
   int const shared = 1;
-  // Probes wait for a neighbour that is not known yet. A few may; a stale crowd helps nobody.
-  int const sendBuffer = 1 << 15;
+  // While a neighbour is looked for, the kernel keeps its packets, charged to this socket, up to 208 KiB for each
+  // neighbour; then the oldest go. With less room than that, one neighbour that does not answer would leave none for
+  // the streams to all others.
+  int const sendBuffer = 1 << 18;
   sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_addr.s_addr = htonl(address.value());
