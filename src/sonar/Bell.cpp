@@ -1,3 +1,4 @@
+// When the bell rings, and the reserved streams that it rings with.
 #include "sonar/Bell.h"
 
 namespace Sonar {

@@ -1,3 +1,4 @@
+// Which key signs and which are accepted.
 #include "sonar/Keys.h"
 
 #include <gtest/gtest.h>

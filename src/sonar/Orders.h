@@ -24,7 +24,7 @@ struct Orders {
   /// last, so until then what runs goes on; in the one that runs, `enabled` turning false ends it.
   U64 configuration = 0;
   bool enabled = false;
-  U32 robustness = 0;  ///< intervals of silence until a row is dormant; 0 means 5
+  U32 robustness = 0;                                      ///< intervals of silence until a row is dormant; 0 means 5
   std::map<std::string, TransmitterOrder> transmitters{};  ///< by name
 };
 

@@ -1,3 +1,4 @@
+// The kernel's packets: the tap, the senders and the port that probes go to, put together.
 #include "sonar/PacketIo.h"
 
 #include <cerrno>
@@ -25,12 +26,16 @@ void KernelPacketIo::drain(Taker const& taker) {
   if (tap_) tap_->drain(taker);
 }
 
-U64 KernelPacketIo::dropped() { return tap_ ? tap_->dropped() : 0; }
+U64 KernelPacketIo::dropped() {
+  return tap_ ? tap_->dropped() : 0;
+}
 
 void KernelPacketIo::send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) {
   sender_.send(probes, keys, results);
 }
 
-void KernelPacketIo::endpointsAre(std::set<SourceEndpoint> const& endpoints) { sender_.endpointsAre(endpoints); }
+void KernelPacketIo::endpointsAre(std::set<SourceEndpoint> const& endpoints) {
+  sender_.endpointsAre(endpoints);
+}
 
 }  // namespace Sonar

@@ -56,7 +56,7 @@ class KernelPacketIo : public PacketIo {
 
  private:
   std::optional<Tap> tap_;
-  Socket sink_;
+  Platform::Descriptor sink_;
   ProbeSender sender_;
 };
 

@@ -33,7 +33,9 @@ void require(bool holds, std::string const& what) {
   if (!holds) throw std::runtime_error(what);
 }
 
-std::string errorText(std::string const& what) { return what + ": " + std::strerror(errno); }
+std::string errorText(std::string const& what) {
+  return what + ": " + std::strerror(errno);
+}
 
 void enterOwnNamespaces() {
   if (unshare(CLONE_NEWNET) == 0) return;
@@ -60,7 +62,7 @@ class TwoSwitches {
 
   TwoSwitches() {
     enterOwnNamespaces();
-    senderNamespace_ = Socket(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+    senderNamespace_ = Platform::Descriptor(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
     // A process that does nothing but stay in the second namespace until this one ends.
     std::array<int, 2> ready{};
     std::array<int, 2> stay{};
@@ -73,11 +75,11 @@ class TwoSwitches {
       _exit(told && read(stay[0], &byte, 1) == 0 ? 0 : 1);
     }
     close(stay[0]);
-    stay_ = Socket(stay[1]);
+    stay_ = Platform::Descriptor(stay[1]);
     char byte = 0;
     require(read(ready[0], &byte, 1) == 1 && byte == 1, "no second network namespace");
     auto const keeper = std::to_string(keeper_);
-    receiverNamespace_ = Socket(open(("/proc/" + keeper + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC));
+    receiverNamespace_ = Platform::Descriptor(open(("/proc/" + keeper + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC));
     ip("link add a0 type veth peer name b0 netns " + keeper);
     ip("link set dev lo up");
     ip("link set dev a0 up");
@@ -95,7 +97,7 @@ class TwoSwitches {
   }
 
   ~TwoSwitches() {
-    stay_ = Socket();
+    stay_ = {};
     waitpid(keeper_, nullptr, 0);
   }
 
@@ -106,9 +108,9 @@ class TwoSwitches {
   }
 
  private:
-  Socket senderNamespace_;
-  Socket receiverNamespace_;
-  Socket stay_;
+  Platform::Descriptor senderNamespace_;
+  Platform::Descriptor receiverNamespace_;
+  Platform::Descriptor stay_;
   pid_t keeper_ = -1;
 };
 
@@ -266,10 +268,9 @@ TEST(PacketIo, oneProbeThatCannotBeSentCostsNoOther) {
               Line line;
               auto foreign = line.probe(line.switches.beyond, 1, 3);
               foreign.flow.source = line.switches.nowhere;
-              auto const results = line.send({line.probe(line.switches.nowhere, 1, 1),
-                                              line.probe(line.switches.beyond, 1, 2), foreign,
-                                              line.probe(line.switches.nowhere, 1, 4),
-                                              line.probe(line.switches.beyond, 1, 5)});
+              auto const results =
+                  line.send({line.probe(line.switches.nowhere, 1, 1), line.probe(line.switches.beyond, 1, 2), foreign,
+                             line.probe(line.switches.nowhere, 1, 4), line.probe(line.switches.beyond, 1, 5)});
               using enum SendResult;
               require(results == std::vector{failed, sent, failed, failed, sent}, "other results");
               require(line.seenUntil(5).size() == 2, "not the two that could be sent");
@@ -341,9 +342,9 @@ class Services {
     auto const epoch = [] { return U64{1}; };
     sender = std::make_unique<Service>(Service::Options{.keys = testKeys(), .nextEpoch = epoch},
                                        Service::Surroundings{senderView, senderPackets, unusedIngress, egress, map});
-    receiver = std::make_unique<Service>(
-        Service::Options{.keys = testKeys(), .nextEpoch = epoch},
-        Service::Surroundings{receiverView, *receiverPackets, ingress, unusedEgress, map});
+    receiver =
+        std::make_unique<Service>(Service::Options{.keys = testKeys(), .nextEpoch = epoch},
+                                  Service::Surroundings{receiverView, *receiverPackets, ingress, unusedEgress, map});
     Orders orders;
     orders.enabled = true;
     orders.robustness = 5;

@@ -1,3 +1,4 @@
+// The payload's layout, byte by byte, and every reason against a packet.
 #include "sonar/Probe.h"
 
 #include <algorithm>
@@ -25,8 +26,12 @@ T get(U8 const* from) {
 }
 
 // Packet headers are in network order.
-U16 get16(U8 const* from) { return static_cast<U16>(from[0] << 8 | from[1]); }
-U32 get32(U8 const* from) { return static_cast<U32>(get16(from)) << 16 | get16(from + 2); }
+U16 get16(U8 const* from) {
+  return static_cast<U16>(from[0] << 8 | from[1]);
+}
+U32 get32(U8 const* from) {
+  return static_cast<U32>(get16(from)) << 16 | get16(from + 2);
+}
 
 U64 tagOf(Flow const& flow, std::span<U8 const> payload, SipKey const& key) {
   std::array<U8, 12 + tagOffset> covered;
@@ -69,10 +74,9 @@ Rejection parsePayload(std::span<U8 const> payload, Flow const& flow, Keyring co
 
 std::string_view rejectionName(Rejection rejection) {
   static constexpr std::array<std::string_view, rejectionCount> names{
-      "none",          "notIpv4",       "badHeaderLength", "badTotalLength", "notUdp",
-      "fragment",      "badUdpLength",  "otherPort",       "badPayloadSize", "badMagic",
-      "badVersion",    "badKind",       "reservedBytes",   "badTtl",         "badInterval",
-      "badRobustness", "badSequence",   "unknownKey",      "badTag",
+      "none",        "notIpv4",        "badHeaderLength", "badTotalLength", "notUdp",  "fragment",      "badUdpLength",
+      "otherPort",   "badPayloadSize", "badMagic",        "badVersion",     "badKind", "reservedBytes", "badTtl",
+      "badInterval", "badRobustness",  "badSequence",     "unknownKey",     "badTag",
   };
   return names[static_cast<std::size_t>(rejection)];
 }

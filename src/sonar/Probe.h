@@ -53,10 +53,10 @@ struct Flow {
 
 /// What the payload of a probe carries.
 struct Probe {
-  U8 ttl = 1;         ///< the hop limit with which it was sent, at least 1
-  U8 distance = 1;    ///< the highest hop limit of its stream
-  U16 robustness = 5; ///< so many intervals of silence mean dormancy, at least 1
-  U32 interval = 0;   ///< µs from one probe of this ttl to the next, at least 1
+  U8 ttl = 1;          ///< the hop limit with which it was sent, at least 1
+  U8 distance = 1;     ///< the highest hop limit of its stream
+  U16 robustness = 5;  ///< so many intervals of silence mean dormancy, at least 1
+  U32 interval = 0;    ///< µs from one probe of this ttl to the next, at least 1
   U32 streamTag = 0;
   Netkit::IpAddr auxIp{};
   U64 epoch = 0;      ///< rises each time the sender starts the counting of this ttl again

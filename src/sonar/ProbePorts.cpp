@@ -1,3 +1,4 @@
+// How a UDP port is held that nothing is read from.
 #include "sonar/ProbePorts.h"
 
 #include <arpa/inet.h>
@@ -7,8 +8,8 @@
 
 namespace Sonar {
 
-Socket openProbePort(Netkit::IpAddr address, U16 port) {
-  Socket result(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+Platform::Descriptor openProbePort(Netkit::IpAddr address, U16 port) {
+  Platform::Descriptor result(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (result.fd() < 0) return result;
   auto set = [&](int option, auto const& value) {
     return setsockopt(result.fd(), SOL_SOCKET, option, &value, sizeof value) == 0;
@@ -29,7 +30,7 @@ Socket openProbePort(Netkit::IpAddr address, U16 port) {
   sockaddr const* const any = static_cast<sockaddr const*>(static_cast<void const*>(&name));
   if (!set(SO_ATTACH_FILTER, program) || !set(SO_REUSEADDR, shared) || !set(SO_SNDBUF, sendBuffer) ||
       bind(result.fd(), any, sizeof name) != 0) {
-    return Socket();
+    return {};
   }
   return result;
 }

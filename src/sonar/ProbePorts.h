@@ -3,12 +3,12 @@
 #pragma once
 
 #include "model/Netkit.h"
-#include "sonar/Socket.h"
+#include "platform/Descriptor.h"
 
 namespace Sonar {
 
 /// A UDP socket bound to `address` (zero for any) and `port`, in the network namespace of the
 /// calling thread. What arrives there is dropped in silence. Without a descriptor, and errno set, if it cannot be had.
-Socket openProbePort(Netkit::IpAddr address, U16 port);
+Platform::Descriptor openProbePort(Netkit::IpAddr address, U16 port);
 
 }  // namespace Sonar

@@ -1,3 +1,4 @@
+// Probes in batches of one system call for each source port, and what becomes of the ones that the kernel refuses.
 #include "sonar/ProbeSender.h"
 
 #include <arpa/inet.h>
@@ -113,7 +114,7 @@ void ProbeSender::endpointsAre(std::set<SourceEndpoint> const& endpoints) {
 int ProbeSender::socketOf(SourceEndpoint const& endpoint) {
   auto const known = sockets_.find(endpoint);
   if (known != sockets_.end()) return known->second.fd();
-  Socket socket = openProbePort(endpoint.first, endpoint.second);
+  Platform::Descriptor socket = openProbePort(endpoint.first, endpoint.second);
   // A socket that could not be had is tried again by the next probe: the address may be on its way.
   if (socket.fd() < 0) return -1;
   return sockets_.emplace(endpoint, std::move(socket)).first->second.fd();

@@ -9,8 +9,8 @@
 #include <span>
 #include <utility>
 
+#include "platform/Descriptor.h"
 #include "sonar/Probe.h"
-#include "sonar/Socket.h"
 
 namespace Sonar {
 
@@ -48,7 +48,7 @@ class ProbeSender {
   int socketOf(SourceEndpoint const& endpoint);
   void sendBatch(int fd, std::span<SendResult> results);
 
-  std::map<SourceEndpoint, Socket> sockets_;
+  std::map<SourceEndpoint, Platform::Descriptor> sockets_;
   std::unique_ptr<Batch> batch_;
 };
 

@@ -1,3 +1,4 @@
+// A probe comes back as it was sent, and nothing else is taken for one.
 #include "sonar/Probe.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +31,9 @@ Probe everyFieldSet() {
   return probe;
 }
 
-std::vector<U8> validPacket() { return ipPacket(flow, encodeProbe(everyFieldSet(), flow, testKeys())); }
+std::vector<U8> validPacket() {
+  return ipPacket(flow, encodeProbe(everyFieldSet(), flow, testKeys()));
+}
 
 Rejection parsed(std::vector<U8> const& packet) {
   ReceivedPacket out;

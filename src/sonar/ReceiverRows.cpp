@@ -1,3 +1,4 @@
+// What a probe changes, and what a silence means.
 #include "sonar/ReceiverRows.h"
 
 #include <algorithm>
@@ -31,7 +32,7 @@ struct ReceiverRows::Row {
   std::size_t place;  // in the schedule
   RowState state = RowState::live;
   bool linkUp = true;
-  bool explained = false;  // its silence had a reason when it was judged last
+  bool explained = false;       // its silence had a reason when it was judged last
   Rix::Seconds heard = 0;       // when the last probe of this row came
   Rix::Seconds silentFrom = 0;  // the same, or the last moment at which its silence had a reason
 };

@@ -1,3 +1,4 @@
+// Each state of a row with what leads to it and away from it, on virtual time, and the bell.
 #include "sonar/ReceiverRows.h"
 
 #include <gtest/gtest.h>

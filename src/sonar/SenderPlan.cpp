@@ -1,3 +1,4 @@
+// From orders to streams, by content, and from streams to due probes.
 #include "sonar/SenderPlan.h"
 
 #include <algorithm>
@@ -18,7 +19,9 @@ U32 intervalOf(ProbeRate const& rate) {
   return static_cast<U32>(std::min<U64>(interval, std::numeric_limits<U32>::max()));
 }
 
-Rix::Seconds seconds(U32 microseconds) { return microseconds * 1e-6; }
+Rix::Seconds seconds(U32 microseconds) {
+  return microseconds * 1e-6;
+}
 
 // A place in [0, 1) that depends on the flow alone: streams that start together do not send together.
 double placeOf(Flow const& flow) {
@@ -238,7 +241,9 @@ void SenderPlan::schedule() {
   std::make_heap(due_.begin(), due_.end(), later);
 }
 
-Rix::Seconds SenderPlan::nextDue() const { return due_.empty() ? Rix::never : due_.front().when; }
+Rix::Seconds SenderPlan::nextDue() const {
+  return due_.empty() ? Rix::never : due_.front().when;
+}
 
 void SenderPlan::takeDue(Rix::Seconds now, std::size_t most, std::vector<OutgoingProbe>& probes) {
   taken_.clear();

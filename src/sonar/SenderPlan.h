@@ -23,7 +23,7 @@ class SenderPlan {
  public:
   struct Counts {
     U64 sent = 0;
-    U64 busy = 0;     ///< see `SendResult`; none of these used up a sequence number
+    U64 busy = 0;  ///< see `SendResult`; none of these used up a sequence number
     U64 failed = 0;
     U64 skipped = 0;  ///< left out because this process came too late
     Rix::Seconds worstLateness = 0;

@@ -1,3 +1,4 @@
+// What is sent when, on virtual time, and what a change of orders changes.
 #include "sonar/SenderPlan.h"
 
 #include <gtest/gtest.h>
@@ -114,7 +115,8 @@ TEST_F(Sender, spreadsStreamsAndDoesSoTheSameInEachRun) {
   order().ports.clear();
   for (U16 port = 20000; port < 20040; ++port) order().ports.insert(port);
   apply();
-  SenderPlan second(view, table, map, [] { return 1; }, 64);
+  SenderPlan second(
+      view, table, map, [] { return 1; }, 64);
   second.ordersAre(now, orders);
   EXPECT_EQ(second.nextDue(), plan.nextDue());
   auto const sent = run(0.1);
@@ -174,8 +176,8 @@ TEST_F(Sender, oneStreamPerSourceDestinationAndPort) {
   EXPECT_EQ(map.streams.size(), 12U);
   EXPECT_EQ(table.rows.size(), 24U);
   EXPECT_EQ(plan.streamsOf("p1:leaves"), 12U);
-  EXPECT_EQ(plan.endpoints(), (std::set<SourceEndpoint>{
-                                  {ip(8), 20000}, {ip(8), 20001}, {ip(9), 20000}, {ip(9), 20001}}));
+  EXPECT_EQ(plan.endpoints(),
+            (std::set<SourceEndpoint>{{ip(8), 20000}, {ip(8), 20001}, {ip(9), 20000}, {ip(9), 20001}}));
 }
 
 TEST_F(Sender, aTransmitterWithoutPortsUsesTheDefaultOne) {

@@ -1,3 +1,4 @@
+// The window as bits: which of the last eight numbers have come, and which have come twice.
 #include "sonar/SequenceWindow.h"
 
 namespace Sonar {

@@ -42,9 +42,9 @@ class SequenceWindow {
   void advance(U64 distance);
 
   U64 highest_;
-  U64 first_;         // the lowest number that is missed if it does not come
-  U8 received_ = 1;   // bit i: `highest_ - i` has come
-  U8 duplicated_ = 0; // bit i: it has come twice
+  U64 first_;          // the lowest number that is missed if it does not come
+  U8 received_ = 1;    // bit i: `highest_ - i` has come
+  U8 duplicated_ = 0;  // bit i: it has come twice
 };
 
 }  // namespace Sonar

@@ -1,3 +1,4 @@
+// Lost, late and doubled numbers told apart, also beside a count that forgets nothing.
 #include "sonar/SequenceWindow.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The algorithm, a word of eight bytes at a time.
 #include "sonar/SipHash.h"
 
 #include <bit>
@@ -43,7 +44,9 @@ U64 wordAt(U8 const* bytes, std::size_t count) {
 
 }  // namespace
 
-SipKey SipKey::of(std::span<U8 const, 16> bytes) { return {wordAt(bytes.data(), 8), wordAt(bytes.data() + 8, 8)}; }
+SipKey SipKey::of(std::span<U8 const, 16> bytes) {
+  return {wordAt(bytes.data(), 8), wordAt(bytes.data() + 8, 8)};
+}
 
 U64 sipHash(SipKey const& key, std::span<U8 const> bytes) {
   // The four constants spell the algorithm's seed text; they are part of its definition.

@@ -1,3 +1,4 @@
+// The algorithm beside its published values.
 #include "sonar/SipHash.h"
 
 #include <gtest/gtest.h>

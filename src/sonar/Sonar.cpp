@@ -1,3 +1,4 @@
+// The order of things in one turn: hear, judge, send.
 #include "sonar/Sonar.h"
 
 #include <algorithm>
@@ -30,7 +31,9 @@ Rix::Seconds Service::nextDeadline() const {
   return std::min(sweep, std::max(sender_.nextDue(), nextSend_));
 }
 
-void Service::onReadable(Rix::Seconds now) { drain(now); }
+void Service::onReadable(Rix::Seconds now) {
+  drain(now);
+}
 
 void Service::onTimer(Rix::Seconds now) {
   // What has come in by now is heard before anything is called silent.

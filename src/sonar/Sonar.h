@@ -17,9 +17,9 @@ namespace Sonar {
 class Service {
  public:
   struct Options {
-    Keyring keys;                      ///< at least one key
-    std::function<U64()> nextEpoch;    ///< see `SenderPlan`
-    std::size_t maxRows = 1U << 18;    ///< rows of received streams
+    Keyring keys;                          ///< at least one key
+    std::function<U64()> nextEpoch;        ///< see `SenderPlan`
+    std::size_t maxRows = 1U << 18;        ///< rows of received streams
     std::size_t maxSubStreams = 1U << 18;  ///< streams and ttls sent
   };
 

@@ -1,3 +1,4 @@
+// The filter's program, the ring, and the way through its blocks.
 #include "sonar/Tap.h"
 
 #include <arpa/inet.h>
@@ -45,7 +46,8 @@ T* at(U8* bytes) {
 void attachFilter(int fd, U16 port, std::span<Netkit::IpAddr const> addresses) {
   auto filter = tapFilter(port, addresses);
   sock_fprog const program{static_cast<unsigned short>(filter.size()), filter.data()};
-  check(setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program), "attaching the filter of the probe tap");
+  check(setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program),
+        "attaching the filter of the probe tap");
 }
 
 }  // namespace
@@ -88,7 +90,7 @@ std::vector<sock_filter> tapFilter(U16 port, std::span<Netkit::IpAddr const> add
 
 Tap::Tap(U16 port) : port_(port) {
   // Protocol 0 receives nothing: the filter and the ring stand before the first packet comes.
-  socket_ = Socket(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  socket_ = Platform::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   check(socket_.fd(), "opening the probe tap (a packet socket, which needs CAP_NET_RAW)");
   attachFilter(socket_.fd(), port_, {});
   int const ringVersion = TPACKET_V3;
@@ -117,7 +119,9 @@ Tap::Tap(U16 port) : port_(port) {
   }
 }
 
-Tap::~Tap() { munmap(ring_, ringSize); }
+Tap::~Tap() {
+  munmap(ring_, ringSize);
+}
 
 void Tap::localAddressesAre(std::span<Netkit::IpAddr const> addresses) {
   interfaces_.clear();

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "model/Netkit.h"
-#include "sonar/Socket.h"
+#include "platform/Descriptor.h"
 
 struct sock_filter;
 
@@ -48,7 +48,7 @@ class Tap {
   void drainBlock(U8* block, Taker const& taker);
   Netkit::IntfId interface(int index);
 
-  Socket socket_;
+  Platform::Descriptor socket_;
   U16 port_;
   U8* ring_ = nullptr;
   std::size_t nextBlock_ = 0;

@@ -1,4 +1,5 @@
-// Packets as the tap would see them, for tests and the fuzz target: a key ring and a whole IPv4 packet around a payload.
+// Packets as the tap would see them, for tests and the fuzz target: a key ring and a whole IPv4 packet around a
+// payload.
 #pragma once
 
 #include <span>

@@ -12,8 +12,12 @@
 
 namespace Sonar {
 
-inline Netkit::IpAddr ip(U8 last) { return Netkit::IpAddr(0x0a000000U + last); }
-inline Netkit::IntfId intf(std::string const& name) { return Netkit::IntfId(name); }
+inline Netkit::IpAddr ip(U8 last) {
+  return Netkit::IpAddr(0x0a000000U + last);
+}
+inline Netkit::IntfId intf(std::string const& name) {
+  return Netkit::IntfId(name);
+}
 
 /// All links are up and everything has a route, but for what a test takes away.
 class TestSwitch : public SwitchView {
