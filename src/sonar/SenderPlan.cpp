@@ -164,7 +164,7 @@ void SenderPlan::follow(Rix::Seconds now) {
     if (target.contains(stream->first)) {
       ++stream;
     } else {
-      endStream(stream->second);
+      endStream(*stream->second);
       stream = streams_.erase(stream);
     }
   }
@@ -173,8 +173,10 @@ void SenderPlan::follow(Rix::Seconds now) {
 }
 
 void SenderPlan::followStream(Rix::Seconds now, Flow const& flow, Wanted const& wanted) {
-  auto const [place, isNew] = streams_.try_emplace(flow);
-  Stream& stream = place->second;
+  auto& place = streams_[flow];
+  bool const isNew = !place;
+  if (isNew) place = std::make_unique<Stream>();
+  Stream& stream = *place;
   if (isNew) {
     stream.key.srcIp = flow.source;
     stream.key.dstIp = flow.destination;
@@ -236,7 +238,7 @@ U64 SenderPlan::epochOfThisTurn() {
 void SenderPlan::schedule() {
   due_.clear();
   for (auto& [flow, stream] : streams_) {
-    for (auto& [ttl, sub] : stream.subStreams) due_.push_back({sub.due, &sub});
+    for (auto& [ttl, sub] : stream->subStreams) due_.push_back({sub.due, &sub});
   }
   std::make_heap(due_.begin(), due_.end(), later);
 }
@@ -292,7 +294,7 @@ std::set<SourceEndpoint> SenderPlan::endpoints() const {
 
 std::size_t SenderPlan::streamsOf(std::string const& transmitter) const {
   return static_cast<std::size_t>(std::count_if(streams_.begin(), streams_.end(), [&](auto const& entry) {
-    return entry.second.transmitters.contains(transmitter);
+    return entry.second->transmitters.contains(transmitter);
   }));
 }
 

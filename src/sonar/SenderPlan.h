@@ -8,6 +8,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
@@ -79,7 +80,7 @@ class SenderPlan {
   std::size_t const maxSubStreams_;
   std::optional<Orders> orders_;
   std::optional<U64> epoch_;  // of all that begins in one turn
-  std::map<Flow, Stream> streams_;
+  std::map<Flow, std::unique_ptr<Stream>> streams_;
   std::vector<Due> due_;           // a heap, earliest first
   std::vector<SubStream*> taken_;  // by the last takeDue
   Counts counts_;
