@@ -10,6 +10,8 @@
 
 namespace Sonar {
 
+class Config;
+
 /// One transmitter: from each source, to each destination, by each port, at each hop limit.
 struct TransmitterOrder {
   bool enabled = false;
@@ -27,5 +29,8 @@ struct Orders {
   U32 robustness = 0;                                      ///< intervals of silence until a row is dormant; 0 means 5
   std::map<std::string, TransmitterOrder> transmitters{};  ///< by name
 };
+
+/// The content of `config`. `configuration` tells this object from those that stood in its place before.
+Orders ordersOf(Config const& config, U64 configuration);
 
 }  // namespace Sonar

@@ -23,34 +23,6 @@
 namespace Sonar {
 namespace {
 
-// Plays a scene in a child process of its own. Gives back what went wrong there, or nothing.
-std::string play(std::function<void()> const& scene) {
-  std::array<int, 2> result{};
-  if (pipe(result.data()) != 0) return errorText("pipe");
-  pid_t const child = fork();
-  if (child == 0) {
-    std::string text;
-    try {
-      scene();
-    } catch (std::exception const& error) {
-      text = error.what();
-    }
-    bool const told = write(result[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    _exit(told ? 0 : 1);
-  }
-  close(result[1]);
-  std::string text;
-  std::array<char, 512> buffer{};
-  for (ssize_t size = 0; (size = read(result[0], buffer.data(), buffer.size())) > 0;) {
-    text.append(buffer.data(), static_cast<std::size_t>(size));
-  }
-  close(result[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (status != 0) text += " (the scene's process ended with status " + std::to_string(status) + ")";
-  return text;
-}
-
 struct Seen {
   ReceivedPacket packet;
   std::string interface;
