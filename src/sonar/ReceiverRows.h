@@ -1,0 +1,100 @@
+// The receiving half: one row for each (stream, ttl, interface) on which probes have ended here, with its counters and
+// the judgement whether its silence means that probes are being lost. A pure state machine: packets, the sweep's ticks
+// and changes of the switch come in with their time, rows go out to a table.
+//
+// That judgement is taken back by nobody, so it is made carefully: a silence that this switch can explain (its own
+// link is down, it has no route to one end of the stream, the stream comes by another interface now) freezes a row
+// instead. A row is judged anew at each sweep.
+//
+// Rows of one stream and ttl share their counters. A stream that comes by another interface gets a second row; the
+// first stays, frozen, since a row that goes would be read as the end of the stream here.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "sonar/Bell.h"
+#include "sonar/Probe.h"
+#include "sonar/SequenceWindow.h"
+#include "sonar/SwitchView.h"
+#include "sonar/Tables.h"
+
+namespace Sonar {
+
+enum class RowState {
+  live,     ///< probes come, or have not been silent for long
+  dormant,  ///< silent, and nothing that is seen from here explains it
+  frozen,   ///< silent, for a reason that is seen from here
+  held      ///< the sender has ended the stream; no row gets there until senders tell
+};
+
+/// The shortest silence that is ever judged.
+inline constexpr Rix::Seconds minSilence = 0.1;
+
+/// How long a sub-stream may be silent before it is judged.
+Rix::Seconds dormancyThreshold(Probe const& probe);
+
+class ReceiverRows {
+ public:
+  /// Packets that were authentic and still moved no row.
+  struct Ignored {
+    U64 ownSource = 0;      ///< sent by this very switch
+    U64 staleEpoch = 0;     ///< of a counting that has been followed by another
+    U64 staleSequence = 0;  ///< behind the window, or more than twice: perhaps replayed
+    U64 noRoom = 0;         ///< would have needed a row more than `maxRows`
+  };
+
+  ReceiverRows(SwitchView const& view, IngressTable& table, std::size_t maxRows);
+  ~ReceiverRows();
+
+  /// A probe ended here. `interface` is where it came in.
+  void received(Rix::Seconds now, ReceivedPacket const& packet, Netkit::IntfId interface);
+
+  /// Judges every row whose time has come, after all packets that came in by `now` have been handed over.
+  void sweep(Rix::Seconds now);
+
+  /// Links, routes or addresses of the switch are others now.
+  void switchChanged(Rix::Seconds now);
+
+  Ignored const& ignored() const { return ignored_; }
+  std::size_t rows() const { return schedule_.size(); }
+  /// The state of the row of that key, nothing if there is none.
+  std::optional<RowState> state(IngressStream const& key) const;
+
+ private:
+  struct Row;
+  struct SubStream;
+  struct Stream;
+  enum class Counted { ignored, older, newest };
+  struct IdHash {
+    std::size_t operator()(Zeb::ProbeStreamId const& id) const { return id.hash(); }
+  };
+  // What the sweep looks at for every row, kept close together: nearly always the time alone.
+  struct Scheduled {
+    Rix::Seconds nextCheck;
+    Row* row;
+  };
+
+  SubStream* find(Zeb::ProbeStreamId const& id, U8 ttl) const;
+  void begin(Rix::Seconds now, ReceivedPacket const& packet, Zeb::ProbeStreamId const& id, Netkit::IntfId interface);
+  Counted count(Rix::Seconds now, SubStream& sub, Probe const& probe);
+  Row& rowOn(SubStream& sub, Netkit::IntfId interface);
+  Row& addRow(SubStream& sub, Netkit::IntfId interface);
+  void heard(Rix::Seconds now, SubStream& sub);
+  void judge(Row& row, Rix::Seconds now);
+  void stateIs(Row& row, RowState state);
+  void write(Row const& row);
+
+  SwitchView const& view_;
+  IngressTable& table_;
+  std::size_t const maxRows_;
+  Bell bell_;
+  Ignored ignored_;
+  std::unordered_map<Zeb::ProbeStreamId, std::unique_ptr<Stream>, IdHash> streams_;
+  std::vector<Scheduled> schedule_;
+};
+
+}  // namespace Sonar

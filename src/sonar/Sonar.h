@@ -1,0 +1,76 @@
+// The probing service: sends what its orders say, counts what ends here, and judges what is silent. It ties the sending
+// plan and the receivers' rows to the packets, and is driven from outside: an event loop waits on `fds()` and until
+// `nextDeadline()`, and calls in with the time. It knows the system by its orders and its tables alone, and owns no
+// clock, file or thread.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <vector>
+
+#include "sonar/PacketIo.h"
+#include "sonar/ReceiverRows.h"
+#include "sonar/SenderPlan.h"
+
+namespace Sonar {
+
+class Service {
+ public:
+  struct Options {
+    Keyring keys;                          ///< at least one key
+    std::function<U64()> nextEpoch;        ///< see `SenderPlan`
+    std::size_t maxRows = 1U << 18;        ///< rows of received streams
+    std::size_t maxSubStreams = 1U << 18;  ///< streams and ttls sent
+  };
+
+  /// What others gave it; all of it outlives the service.
+  struct Surroundings {
+    SwitchView const& view;
+    PacketIo& packets;
+    IngressTable& ingress;
+    EgressTable& egress;
+    StreamTransmitterMap& transmitters;
+  };
+
+  /// Rows are judged this often, in seconds.
+  static constexpr Rix::Seconds sweepPeriod = 0.01;
+  /// Probes that are due so close together leave together.
+  static constexpr Rix::Seconds sendPeriod = 0.001;
+
+  Service(Options options, Surroundings const& surroundings);
+
+  std::vector<int> fds() const { return packets_.fds(); }
+  /// When `onTimer` is wanted next, on the scale of the times that are handed in; `Rix::never` if nothing is to do.
+  Rix::Seconds nextDeadline() const;
+
+  void onReadable(Rix::Seconds now);
+  void onTimer(Rix::Seconds now);
+
+  /// Links, routes or addresses of the switch are others now.
+  void switchChanged(Rix::Seconds now);
+  /// The configuration at the end of a turn.
+  void ordersAre(Rix::Seconds now, Orders orders);
+
+  /// What became of the packets that the tap saw: `none` counts those that were taken.
+  U64 packets(Rejection rejection) const { return parsed_[static_cast<std::size_t>(rejection)]; }
+  U64 packetsDropped() const { return packets_.dropped(); }
+  SenderPlan const& sender() const { return sender_; }
+  ReceiverRows const& receiver() const { return receiver_; }
+
+ private:
+  void drain(Rix::Seconds now);
+  void send(Rix::Seconds now);
+
+  Keyring keys_;
+  SwitchView const& view_;
+  PacketIo& packets_;
+  SenderPlan sender_;
+  ReceiverRows receiver_;
+  std::array<U64, rejectionCount> parsed_{};
+  Rix::Seconds nextSweep_ = 0;
+  Rix::Seconds nextSend_ = 0;
+  std::vector<OutgoingProbe> outgoing_;
+  std::vector<SendResult> results_;
+};
+
+}  // namespace Sonar
