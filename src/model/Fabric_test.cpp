@@ -8,6 +8,7 @@
 #include "runtime/FabricEnds.h"
 #include "runtime/Json.h"
 #include "runtime/MemoryTransport.h"
+#include "runtime/Type.h"
 
 namespace {
 
@@ -394,7 +395,7 @@ TEST_F(FabricTest, ALostFrameAmongOthersIsAskedForAtOnce) {
 
 TEST_F(FabricTest, WordsOutOfPlaceAreRefused) {
   pump();
-  struct Stranger : Fabric::LinkUser {
+  struct Stranger final : Fabric::LinkUser {
     void linkConnected(Fabric::Link& l) override { link = &l; }
     void linkReceived(Fabric::Link&, std::string_view) override {}
     void linkDisconnected(Fabric::Link&) override { link = nullptr; }

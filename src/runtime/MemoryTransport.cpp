@@ -133,6 +133,8 @@ void MemoryNetwork::remove(Transport& transport) {
   }
 }
 
+std::size_t MemoryNetwork::waiting() const { return queue_.size(); }
+
 bool MemoryNetwork::deliverOne() {
   if (queue_.empty()) return false;
   Delivery const delivery = std::move(queue_.front());

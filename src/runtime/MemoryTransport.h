@@ -39,7 +39,7 @@ class MemoryNetwork {
   bool deliverOne();
   // Delivers until nothing waits.
   void pump();
-  std::size_t waiting() const { return queue_.size(); }
+  std::size_t waiting() const;
 
   // A wire that loses: true for a frame drops it. From the first such call on, the ends send beats.
   void lossIs(std::function<bool(std::string_view frame)> loses);
