@@ -30,6 +30,14 @@ class EntityMap {
     notify(made->rixKey());
     return made.get();
   }
+  // Stores a finished member, whose key must be free, and tells.
+  template <class Notify>
+  void adopt(Ptr<T> const& made, Notify const& notify) {
+    RIX_ASSERT(made && !find(made->rixKey()));
+    Ptr<T> const keep = made;
+    map_.insert(made);
+    notify(keep->rixKey());
+  }
   // Stores a reference under the member's own key. Null: RangeException with `nullText`.
   template <class Notify>
   void refer(Ptr<T> const& member, char const* nullText, Notify const& notify) {

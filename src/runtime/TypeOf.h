@@ -1,4 +1,4 @@
-// The type of a record, built from the record's class.
+// The type of an entity, built from its class.
 #pragma once
 
 #include "runtime/Entity.h"
@@ -7,13 +7,15 @@
 namespace Rix {
 
 template <class T>
-Type typeOf(std::string_view name) {
+Type typeOf(std::string_view name, Type::RecordOfType record = nullptr) {
   if constexpr (std::is_default_constructible_v<T>) {
-    return Type(name, [](Name const&) -> Ptr<Entity> { return make<T>(); });
+    return Type(
+        name, [](Name const&) -> Ptr<Entity> { return make<T>(); }, record);
   } else if constexpr (std::is_constructible_v<T, Name>) {
-    return Type(name, [](Name const& given) -> Ptr<Entity> { return make<T>(given); });
+    return Type(
+        name, [](Name const& given) -> Ptr<Entity> { return make<T>(given); }, record);
   } else {
-    return Type(name, nullptr);
+    return Type(name, nullptr, record);
   }
 }
 

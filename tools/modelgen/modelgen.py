@@ -154,6 +154,7 @@ class Printer:
                 out.append('  Rix::Name name() const override { return name_; }')
         for a in e.attributes:
             out += self.operations(e, a)
+        out += self.observer(e)
         out += ['', '  // Calls visit(descriptor) for every attribute, in order.', '  template <class Visit>',
                 '  static void rixVisit(Visit&& visit) {']
         out += [f'    visit({self.descriptor(e, i, a)});' for i, a in enumerate(e.attributes)]
@@ -201,6 +202,20 @@ class Printer:
         bits = [f'Rix::interestBit({i})' for i, a in enumerate(e.attributes) if a.keyed]
         return ' | '.join(bits) or '0'
 
+    def observer(self, e):
+        """The watcher that hears of everything, for whoever watches records of any kind."""
+        out = ['', '  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).',
+               '  template <class Sink>', '  class RixObserver final : public NotifieeConst {', '   public:',
+               '    explicit RixObserver(Sink& sink) : sink_(sink) {}',
+               f'    void notifierIs({e.name}* entity) {{ this->rixNotifierIs(entity, 0xffff, false); }}',
+               '    Rix::Interest rixInterest() const override { return 0xffff; }']
+        for i, a in enumerate(e.attributes):
+            if a.keyed:
+                out.append(f'    void on{a.cap}({passed(a.type)} key) override {{ sink_.changed({i}, key); }}')
+            elif a.kind not in ('key', 'const'):
+                out.append(f'    void on{a.cap}() override {{ sink_.changed({i}); }}')
+        return out + ['', '   private:', '    Sink& sink_;', '  };']
+
     def operations(self, e, a):
         n, cap, i = a.name, a.cap, e.attributes.index(a)
         out = ['']
@@ -225,7 +240,8 @@ class Printer:
             ps = self.parameters(target)
             out += [f'  {a.type}* {n}() {{ return {n}_.get(); }}',
                     f'  {a.type} const* {n}() const {{ return {n}_.get(); }}',
-                    f'  // Returns what stands, or makes it.', f'  {a.type}* {n}Is({ps});', f'  void {n}Del();']
+                    f'  // Returns what stands, or makes it.', f'  {a.type}* {n}Is({ps});', f'  void {n}Del();',
+                    '  // Takes a finished one. None may stand.', f'  void {n}Adopt(Rix::Ptr<{a.type}> const& made);']
         elif a.kind == 'entities':
             target = self.entities[a.member]
             out += [f'  {a.member}* {n}({passed(a.type)} key) {{ return {n}_.find(key); }}',
@@ -234,6 +250,7 @@ class Printer:
                     f'  auto const& {n}Iterator() const {{ return {n}_; }}',
                     '  // Finds or makes the member; what stands is not replaced.',
                     f'  {a.member}* {n}Is({self.parameters(target)});',
+                    '  // Takes a finished member, whose key must be free.', f'  void {n}Adopt(Rix::Ptr<{a.member}> const& made);',
                     f'  void {n}Del({passed(a.type)} key);', f'  void {n}DelAll();',
                     f'  void {n}Notify({passed(a.type)} key) {{ rixNotify{cap}(key); }}']
         elif a.kind == 'refs':
@@ -281,37 +298,31 @@ class Printer:
 
     def descriptor(self, e, i, a):
         c, n = e.name, a.name
-        get = f'[]({c} const& entity) -> auto const& {{ return entity.{n}_; }}'
-        head = f'"{n}", {i}, {"true" if "rewritten" in a.flags else "false"}, {get}'
-        if a.kind in ('key', 'const'):
-            return f'Rix::constantAttribute<{c}, {a.type}>({head})'
+        kind = {'key': 'constant', 'const': 'constant', 'ref': 'reference', 'refs': 'references'}.get(a.kind, a.kind)
+        key, value = (a.type, a.member) if a.keyed else ('void', a.type)
+        text = f'{a.type} -> {a.member}' if a.keyed else a.type
+        given = [f'"{n}"', f'"{text}"', str(i), 'true' if 'rewritten' in a.flags else 'false',
+                 f'[]({c} const& entity) -> auto const& {{ return entity.{n}_; }}']
+        adopt = f'[]({c}& entity, Rix::Ptr<{value}> const& made) {{ entity.{n}Adopt(made); }}'
+        make = (f'[]({c}& entity, typename {value}::RixConstants const& given) {{ '
+                f'return std::apply([&](auto const&... each) {{ return entity.{n}Is(each...); }}, given); }}')
+        remove = f'[]({c}& entity, {passed(a.type)} key) {{ entity.{n}Del(key); }}'
         if a.kind == 'plain':
-            return (f'Rix::plainAttribute<{c}, {a.type}>({head}, '
-                    f'[]({c}& entity, {passed(a.type)} value) {{ entity.{n}Is(value); }})')
-        if a.kind == 'ref':
-            return f'Rix::referenceAttribute<{c}, {a.type}>({head})'
-        if a.kind == 'owned':
-            return (f'Rix::ownedAttribute<{c}, {a.type}>({head}, []({c}& entity, {a.type}::RixConstants const& given) {{ '
-                    f'return std::apply([&](auto const&... each) {{ return entity.{n}Is(each...); }}, given); }}, '
-                    f'[]({c}& entity) {{ entity.{n}Del(); }})')
-        if a.kind == 'entities':
-            return (f'Rix::entitiesAttribute<{c}, {a.type}, {a.member}>({head}, '
-                    f'[]({c}& entity, {a.member}::RixConstants const& given) {{ '
-                    f'return std::apply([&](auto const&... each) {{ return entity.{n}Is(each...); }}, given); }}, '
-                    f'[]({c}& entity, {passed(a.type)} key) {{ entity.{n}Del(key); }})')
-        if a.kind == 'refs':
-            return f'Rix::referencesAttribute<{c}, {a.type}, {a.member}>({head})'
-        if a.kind == 'values':
-            return (f'Rix::valuesAttribute<{c}, {a.type}, {a.member}>({head}, '
-                    f'[]({c}& entity, {passed(a.type)} key, {passed(a.member)} value) {{ entity.{n}Is(key, value); }}, '
-                    f'[]({c}& entity, {passed(a.type)} key) {{ entity.{n}Del(key); }})')
-        return f'Rix::queueAttribute<{c}, {a.type}>({head})'
+            given += [f'[]({c}& entity, {passed(a.type)} value) {{ entity.{n}Is(value); }}']
+        elif a.kind == 'owned':
+            given += [make, f'[]({c}& entity) {{ entity.{n}Del(); }}', adopt]
+        elif a.kind == 'entities':
+            given += [make, remove, adopt]
+        elif a.kind == 'values':
+            given += [f'[]({c}& entity, {passed(a.type)} key, {passed(a.member)} value) {{ entity.{n}Is(key, value); }}', remove]
+        return f'Rix::attribute<Rix::AttributeKind::{kind}, {c}, {key}, {value}>({", ".join(given)})'
 
     # --- source ------------------------------------------------------------------------------------------------
 
     def source(self, family):
         out = [f'// Generated by tools/modelgen from {family.name}.model; do not edit.',
-               f'#include "model/gen/{family.name}.h"', '', '#include "runtime/TypeOf.h"', '']
+               f'#include "model/gen/{family.name}.h"', '', '#include "model/ValueCodec.h"',
+               '#include "runtime/RecordOf.h"', '#include "runtime/TypeOf.h"', '']
         scope = None
         for entity in family.entities:
             if entity.scope != scope:
@@ -332,7 +343,7 @@ class Printer:
         out += [f'  {a.name}Is();' for a in e.watched if 'present' in a.flags]
         out += ['}', f'{c}::~{c}() = default;', '',
                 f'Rix::Type const& {c}::rixType() {{',
-                f'  static Rix::Type const type = Rix::typeOf<{c}>("{e.full}");', '  return type;', '}', '',
+                f'  static Rix::Type const type = Rix::typeOf<{c}>("{e.full}", Rix::recordOfClass<{c}>);', '  return type;', '}', '',
                 f'void {c}::NotifieeConst::rixSweepCollections(Rix::Interest interest) {{']
         keyed = [(i, a) for i, a in enumerate(e.attributes) if a.keyed]
         out += [f'  if ((interest & Rix::interestBit({i})) != 0) on{a.cap}();' for i, a in keyed] or ['  static_cast<void>(interest);']
@@ -354,7 +365,9 @@ class Printer:
                 target = self.entities[a.member]
                 args = ', '.join(x.name for x in target.constants)
                 out += [f'{a.member}* {c}::{n}Is({self.parameters(target)}) {{',
-                        f'  return {n}_.is({target.key().name}, [this]({passed(a.type)} made) {{ rixNotify{cap}(made); }}, {args});', '}']
+                        f'  return {n}_.is({target.key().name}, [this]({passed(a.type)} made) {{ rixNotify{cap}(made); }}, {args});', '}',
+                        f'void {c}::{n}Adopt(Rix::Ptr<{a.member}> const& made) {{',
+                        f'  {n}_.adopt(made, [this]({passed(a.type)} key) {{ rixNotify{cap}(key); }});', '}']
             elif a.kind == 'refs':
                 out += [f'void {c}::{n}Is({self.pointer(a)} const& value) {{',
                         f'  {n}_.refer(value, "null {n} parameter to mutator for {e.full}::{n} not allowed\\"",',
@@ -370,7 +383,9 @@ class Printer:
                         f'{a.type}* {c}::{n}Is({self.parameters(target)}) {{', f'  if (!{n}_) {{',
                         f'    {n}_ = Rix::make<{a.type}>({args});', f'    rixNotify{cap}();', '  }', f'  return {n}_.get();', '}',
                         f'void {c}::{n}Del() {{', f'  if (!{n}_) return;',
-                        f'  Rix::Ptr<{a.type}> gone;', f'  gone.swap({n}_);', f'  rixNotify{cap}();', '}']
+                        f'  Rix::Ptr<{a.type}> gone;', f'  gone.swap({n}_);', f'  rixNotify{cap}();', '}',
+                        f'void {c}::{n}Adopt(Rix::Ptr<{a.type}> const& made) {{', f'  RIX_ASSERT(made && !{n}_);',
+                        f'  {n}_ = made;', f'  rixNotify{cap}();', '}']
             elif a.kind == 'queue':
                 both = (f'  rixNotify<NotifieeConst>({i}, [](NotifieeConst& notifiee) {{\n    notifiee.on{cap}();\n'
                         f'    notifiee.on{cap}Metadata();\n  }});')

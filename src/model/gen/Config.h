@@ -113,29 +113,49 @@ class ZebProbeConfig : public Rix::Entity {
   }
   void enabledDel() { enabledIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebProbeConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onSrcGroup() override { sink_.changed(1); }
+    void onDstGroup() override { sink_.changed(2); }
+    void onRate() override { sink_.changed(3); }
+    void onDistance() override { sink_.changed(4); }
+    void onPort(U16 key) override { sink_.changed(5, key); }
+    void onEnabled() override { sink_.changed(6); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ZebProbeConfig, Rix::Name>(
-        "name", 0, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::plainAttribute<ZebProbeConfig, Rix::String8>(
-        "srcGroup", 1, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.srcGroup_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ZebProbeConfig, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebProbeConfig, void, Rix::String8>(
+        "srcGroup", "Rix::String8", 1, false,
+        [](ZebProbeConfig const& entity) -> auto const& { return entity.srcGroup_; },
         [](ZebProbeConfig& entity, Rix::String8 const& value) { entity.srcGroupIs(value); }));
-    visit(Rix::plainAttribute<ZebProbeConfig, Rix::String8>(
-        "dstGroup", 2, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.dstGroup_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebProbeConfig, void, Rix::String8>(
+        "dstGroup", "Rix::String8", 2, false,
+        [](ZebProbeConfig const& entity) -> auto const& { return entity.dstGroup_; },
         [](ZebProbeConfig& entity, Rix::String8 const& value) { entity.dstGroupIs(value); }));
-    visit(Rix::plainAttribute<ZebProbeConfig, U16>(
-        "rate", 3, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.rate_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebProbeConfig, void, U16>(
+        "rate", "U16", 3, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.rate_; },
         [](ZebProbeConfig& entity, U16 value) { entity.rateIs(value); }));
-    visit(Rix::plainAttribute<ZebProbeConfig, U8>(
-        "distance", 4, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.distance_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebProbeConfig, void, U8>(
+        "distance", "U8", 4, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.distance_; },
         [](ZebProbeConfig& entity, U8 value) { entity.distanceIs(value); }));
-    visit(Rix::valuesAttribute<ZebProbeConfig, U16, bool>(
-        "port", 5, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.port_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebProbeConfig, U16, bool>(
+        "port", "U16 -> bool", 5, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.port_; },
         [](ZebProbeConfig& entity, U16 key, bool value) { entity.portIs(key, value); },
         [](ZebProbeConfig& entity, U16 key) { entity.portDel(key); }));
-    visit(Rix::plainAttribute<ZebProbeConfig, bool>(
-        "enabled", 6, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebProbeConfig, void, bool>(
+        "enabled", "bool", 6, false, [](ZebProbeConfig const& entity) -> auto const& { return entity.enabled_; },
         [](ZebProbeConfig& entity, bool value) { entity.enabledIs(value); }));
   }
 
@@ -211,25 +231,45 @@ class ZebConfig : public Rix::Entity {
   auto const& probeConfigIterator() const { return probeConfig_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ZebProbeConfig* probeConfigIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void probeConfigAdopt(Rix::Ptr<Zeb::ZebProbeConfig> const& made);
   void probeConfigDel(Rix::Name const& key);
   void probeConfigDelAll();
   void probeConfigNotify(Rix::Name const& key) { rixNotifyProbeConfig(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(0); }
+    void onClearLossRecords() override { sink_.changed(1); }
+    void onProbeConfig(Rix::Name const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ZebConfig, bool>(
-        "enabled", 0, false, [](ZebConfig const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebConfig, void, bool>(
+        "enabled", "bool", 0, false, [](ZebConfig const& entity) -> auto const& { return entity.enabled_; },
         [](ZebConfig& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::plainAttribute<ZebConfig, U32>(
-        "clearLossRecords", 1, false, [](ZebConfig const& entity) -> auto const& { return entity.clearLossRecords_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebConfig, void, U32>(
+        "clearLossRecords", "U32", 1, false,
+        [](ZebConfig const& entity) -> auto const& { return entity.clearLossRecords_; },
         [](ZebConfig& entity, U32 value) { entity.clearLossRecordsIs(value); }));
-    visit(Rix::entitiesAttribute<ZebConfig, Rix::Name, Zeb::ZebProbeConfig>(
-        "probeConfig", 2, false, [](ZebConfig const& entity) -> auto const& { return entity.probeConfig_; },
-        [](ZebConfig& entity, Zeb::ZebProbeConfig::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebConfig, Rix::Name, Zeb::ZebProbeConfig>(
+        "probeConfig", "Rix::Name -> Zeb::ZebProbeConfig", 2, false,
+        [](ZebConfig const& entity) -> auto const& { return entity.probeConfig_; },
+        [](ZebConfig& entity, typename Zeb::ZebProbeConfig::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.probeConfigIs(each...); }, given);
         },
-        [](ZebConfig& entity, Rix::Name const& key) { entity.probeConfigDel(key); }));
+        [](ZebConfig& entity, Rix::Name const& key) { entity.probeConfigDel(key); },
+        [](ZebConfig& entity, Rix::Ptr<Zeb::ZebProbeConfig> const& made) { entity.probeConfigAdopt(made); }));
   }
 
  private:
@@ -284,13 +324,27 @@ class ClientReachabilityGroup : public Rix::Entity {
   void interfaceIpDelAll();
   void interfaceIpNotify(Rix::String8 const& key) { rixNotifyInterfaceIp(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientReachabilityGroup* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onInterfaceIp(Rix::String8 const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ClientReachabilityGroup, Rix::Name>(
-        "name", 0, false, [](ClientReachabilityGroup const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::valuesAttribute<ClientReachabilityGroup, Rix::String8, Netkit::IpAddr>(
-        "interfaceIp", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ClientReachabilityGroup, void, Rix::Name>(
+        "name", "Rix::Name", 0, false,
+        [](ClientReachabilityGroup const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, ClientReachabilityGroup, Rix::String8, Netkit::IpAddr>(
+        "interfaceIp", "Rix::String8 -> Netkit::IpAddr", 1, false,
         [](ClientReachabilityGroup const& entity) -> auto const& { return entity.interfaceIp_; },
         [](ClientReachabilityGroup& entity, Rix::String8 const& key, Netkit::IpAddr const& value) {
           entity.interfaceIpIs(key, value);
@@ -356,6 +410,8 @@ class ClientConfig : public Rix::Entity {
   auto const& groupIterator() const { return group_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ClientReachabilityGroup* groupIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void groupAdopt(Rix::Ptr<Zeb::ClientReachabilityGroup> const& made);
   void groupDel(Rix::Name const& key);
   void groupDelAll();
   void groupNotify(Rix::Name const& key) { rixNotifyGroup(key); }
@@ -369,20 +425,38 @@ class ClientConfig : public Rix::Entity {
   }
   void enabledDel() { enabledIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onHostname() override { sink_.changed(0); }
+    void onGroup(Rix::Name const& key) override { sink_.changed(1, key); }
+    void onEnabled() override { sink_.changed(2); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ClientConfig, Rix::String8>(
-        "hostname", 0, false, [](ClientConfig const& entity) -> auto const& { return entity.hostname_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientConfig, void, Rix::String8>(
+        "hostname", "Rix::String8", 0, false,
+        [](ClientConfig const& entity) -> auto const& { return entity.hostname_; },
         [](ClientConfig& entity, Rix::String8 const& value) { entity.hostnameIs(value); }));
-    visit(Rix::entitiesAttribute<ClientConfig, Rix::Name, Zeb::ClientReachabilityGroup>(
-        "group", 1, false, [](ClientConfig const& entity) -> auto const& { return entity.group_; },
-        [](ClientConfig& entity, Zeb::ClientReachabilityGroup::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ClientConfig, Rix::Name, Zeb::ClientReachabilityGroup>(
+        "group", "Rix::Name -> Zeb::ClientReachabilityGroup", 1, false,
+        [](ClientConfig const& entity) -> auto const& { return entity.group_; },
+        [](ClientConfig& entity, typename Zeb::ClientReachabilityGroup::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.groupIs(each...); }, given);
         },
-        [](ClientConfig& entity, Rix::Name const& key) { entity.groupDel(key); }));
-    visit(Rix::plainAttribute<ClientConfig, bool>(
-        "enabled", 2, false, [](ClientConfig const& entity) -> auto const& { return entity.enabled_; },
+        [](ClientConfig& entity, Rix::Name const& key) { entity.groupDel(key); },
+        [](ClientConfig& entity, Rix::Ptr<Zeb::ClientReachabilityGroup> const& made) { entity.groupAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientConfig, void, bool>(
+        "enabled", "bool", 2, false, [](ClientConfig const& entity) -> auto const& { return entity.enabled_; },
         [](ClientConfig& entity, bool value) { entity.enabledIs(value); }));
   }
 
@@ -427,11 +501,24 @@ class ClientStatus : public Rix::Entity {
   }
   void enabledDel() { enabledIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(0); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ClientStatus, bool>(
-        "enabled", 0, false, [](ClientStatus const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientStatus, void, bool>(
+        "enabled", "bool", 0, false, [](ClientStatus const& entity) -> auto const& { return entity.enabled_; },
         [](ClientStatus& entity, bool value) { entity.enabledIs(value); }));
   }
 
@@ -550,31 +637,50 @@ class ZebTransmitterConfig : public Rix::Entity {
   void portDelAll();
   void portNotify(U16 key) { rixNotifyPort(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebTransmitterConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(1); }
+    void onSourceInterface(Netkit::IntfId const& key) override { sink_.changed(2, key); }
+    void onIpDest(Netkit::IpAddr const& key) override { sink_.changed(3, key); }
+    void onHopsRate(U16 key) override { sink_.changed(4, key); }
+    void onPort(U16 key) override { sink_.changed(5, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ZebTransmitterConfig, Rix::Name>(
-        "name", 0, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::plainAttribute<ZebTransmitterConfig, bool>(
-        "enabled", 1, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ZebTransmitterConfig, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebTransmitterConfig, void, bool>(
+        "enabled", "bool", 1, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.enabled_; },
         [](ZebTransmitterConfig& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::valuesAttribute<ZebTransmitterConfig, Netkit::IntfId, bool>(
-        "sourceInterface", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebTransmitterConfig, Netkit::IntfId, bool>(
+        "sourceInterface", "Netkit::IntfId -> bool", 2, false,
         [](ZebTransmitterConfig const& entity) -> auto const& { return entity.sourceInterface_; },
         [](ZebTransmitterConfig& entity, Netkit::IntfId const& key, bool value) {
           entity.sourceInterfaceIs(key, value);
         },
         [](ZebTransmitterConfig& entity, Netkit::IntfId const& key) { entity.sourceInterfaceDel(key); }));
-    visit(Rix::valuesAttribute<ZebTransmitterConfig, Netkit::IpAddr, bool>(
-        "ipDest", 3, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.ipDest_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebTransmitterConfig, Netkit::IpAddr, bool>(
+        "ipDest", "Netkit::IpAddr -> bool", 3, false,
+        [](ZebTransmitterConfig const& entity) -> auto const& { return entity.ipDest_; },
         [](ZebTransmitterConfig& entity, Netkit::IpAddr const& key, bool value) { entity.ipDestIs(key, value); },
         [](ZebTransmitterConfig& entity, Netkit::IpAddr const& key) { entity.ipDestDel(key); }));
-    visit(Rix::valuesAttribute<ZebTransmitterConfig, U16, Zeb::ZebProbeRate>(
-        "hopsRate", 4, true, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.hopsRate_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebTransmitterConfig, U16, Zeb::ZebProbeRate>(
+        "hopsRate", "U16 -> Zeb::ZebProbeRate", 4, true,
+        [](ZebTransmitterConfig const& entity) -> auto const& { return entity.hopsRate_; },
         [](ZebTransmitterConfig& entity, U16 key, Zeb::ZebProbeRate const& value) { entity.hopsRateIs(key, value); },
         [](ZebTransmitterConfig& entity, U16 key) { entity.hopsRateDel(key); }));
-    visit(Rix::valuesAttribute<ZebTransmitterConfig, U16, bool>(
-        "port", 5, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.port_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebTransmitterConfig, U16, bool>(
+        "port", "U16 -> bool", 5, false, [](ZebTransmitterConfig const& entity) -> auto const& { return entity.port_; },
         [](ZebTransmitterConfig& entity, U16 key, bool value) { entity.portIs(key, value); },
         [](ZebTransmitterConfig& entity, U16 key) { entity.portDel(key); }));
   }
@@ -630,19 +736,38 @@ class ZebSonarConfigV1 : public Rix::Entity {
   auto const& transmitterIterator() const { return transmitter_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ZebTransmitterConfig* transmitterIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void transmitterAdopt(Rix::Ptr<Zeb::ZebTransmitterConfig> const& made);
   void transmitterDel(Rix::Name const& key);
   void transmitterDelAll();
   void transmitterNotify(Rix::Name const& key) { rixNotifyTransmitter(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebSonarConfigV1* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onTransmitter(Rix::Name const& key) override { sink_.changed(0, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<ZebSonarConfigV1, Rix::Name, Zeb::ZebTransmitterConfig>(
-        "transmitter", 0, false, [](ZebSonarConfigV1 const& entity) -> auto const& { return entity.transmitter_; },
-        [](ZebSonarConfigV1& entity, Zeb::ZebTransmitterConfig::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebSonarConfigV1, Rix::Name, Zeb::ZebTransmitterConfig>(
+        "transmitter", "Rix::Name -> Zeb::ZebTransmitterConfig", 0, false,
+        [](ZebSonarConfigV1 const& entity) -> auto const& { return entity.transmitter_; },
+        [](ZebSonarConfigV1& entity, typename Zeb::ZebTransmitterConfig::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.transmitterIs(each...); }, given);
         },
-        [](ZebSonarConfigV1& entity, Rix::Name const& key) { entity.transmitterDel(key); }));
+        [](ZebSonarConfigV1& entity, Rix::Name const& key) { entity.transmitterDel(key); },
+        [](ZebSonarConfigV1& entity, Rix::Ptr<Zeb::ZebTransmitterConfig> const& made) {
+          entity.transmitterAdopt(made);
+        }));
   }
 
  private:

@@ -184,52 +184,78 @@ class ProbeStreamEvent : public Rix::Entity {
   }
   void upDel() { upIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamEvent* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onTtl() override { sink_.changed(1); }
+    void onIngressSwitchId() override { sink_.changed(2); }
+    void onEpoch() override { sink_.changed(3); }
+    void onCurrentSequenceNumber() override { sink_.changed(4); }
+    void onLastSequenceNumber() override { sink_.changed(5); }
+    void onProbesReceived() override { sink_.changed(6); }
+    void onProbesLost() override { sink_.changed(7); }
+    void onProbesMisordered() override { sink_.changed(8); }
+    void onProbesDuplicated() override { sink_.changed(9); }
+    void onEventType() override { sink_.changed(10); }
+    void onCount() override { sink_.changed(11); }
+    void onUp() override { sink_.changed(12); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamEvent, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U8>(
-        "ttl", 1, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.ttl_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamEvent, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](ProbeStreamEvent const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U8>(
+        "ttl", "U8", 1, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.ttl_; },
         [](ProbeStreamEvent& entity, U8 value) { entity.ttlIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, Fabric::SystemId>(
-        "ingressSwitchId", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, Fabric::SystemId>(
+        "ingressSwitchId", "Fabric::SystemId", 2, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.ingressSwitchId_; },
         [](ProbeStreamEvent& entity, Fabric::SystemId const& value) { entity.ingressSwitchIdIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, Sonar::Epoch>(
-        "epoch", 3, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.epoch_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, Sonar::Epoch>(
+        "epoch", "Sonar::Epoch", 3, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.epoch_; },
         [](ProbeStreamEvent& entity, Sonar::Epoch const& value) { entity.epochIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "currentSequenceNumber", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "currentSequenceNumber", "U64", 4, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.currentSequenceNumber_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.currentSequenceNumberIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "lastSequenceNumber", 5, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "lastSequenceNumber", "U64", 5, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.lastSequenceNumber_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.lastSequenceNumberIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "probesReceived", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "probesReceived", "U64", 6, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.probesReceived_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.probesReceivedIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "probesLost", 7, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.probesLost_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "probesLost", "U64", 7, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.probesLost_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.probesLostIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "probesMisordered", 8, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "probesMisordered", "U64", 8, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.probesMisordered_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.probesMisorderedIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U64>(
-        "probesDuplicated", 9, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U64>(
+        "probesDuplicated", "U64", 9, false,
         [](ProbeStreamEvent const& entity) -> auto const& { return entity.probesDuplicated_; },
         [](ProbeStreamEvent& entity, U64 value) { entity.probesDuplicatedIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, Zeb::EventType>(
-        "eventType", 10, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.eventType_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, Zeb::EventType>(
+        "eventType", "Zeb::EventType", 10, false,
+        [](ProbeStreamEvent const& entity) -> auto const& { return entity.eventType_; },
         [](ProbeStreamEvent& entity, Zeb::EventType const& value) { entity.eventTypeIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, U32>(
-        "count", 11, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.count_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, U32>(
+        "count", "U32", 11, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.count_; },
         [](ProbeStreamEvent& entity, U32 value) { entity.countIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEvent, bool>(
-        "up", 12, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.up_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEvent, void, bool>(
+        "up", "bool", 12, false, [](ProbeStreamEvent const& entity) -> auto const& { return entity.up_; },
         [](ProbeStreamEvent& entity, bool value) { entity.upIs(value); }));
   }
 
@@ -290,21 +316,42 @@ class ProbeStreamEventTable : public Rix::Entity {
   auto const& eventIterator() const { return event_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamEvent* eventIs(Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void eventAdopt(Rix::Ptr<Zeb::ProbeStreamEvent> const& made);
   void eventDel(Zeb::ProbeStreamId const& key);
   void eventDelAll();
   void eventNotify(Zeb::ProbeStreamId const& key) { rixNotifyEvent(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamEventTable* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEvent(Zeb::ProbeStreamId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamEventTable, Rix::Name>(
-        "name", 0, false, [](ProbeStreamEventTable const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::entitiesAttribute<ProbeStreamEventTable, Zeb::ProbeStreamId, Zeb::ProbeStreamEvent>(
-        "event", 1, false, [](ProbeStreamEventTable const& entity) -> auto const& { return entity.event_; },
-        [](ProbeStreamEventTable& entity, Zeb::ProbeStreamEvent::RixConstants const& given) {
-          return std::apply([&](auto const&... each) { return entity.eventIs(each...); }, given);
-        },
-        [](ProbeStreamEventTable& entity, Zeb::ProbeStreamId const& key) { entity.eventDel(key); }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamEventTable, void, Rix::Name>(
+        "name", "Rix::Name", 0, false,
+        [](ProbeStreamEventTable const& entity) -> auto const& { return entity.name_; }));
+    visit(
+        Rix::attribute<Rix::AttributeKind::entities, ProbeStreamEventTable, Zeb::ProbeStreamId, Zeb::ProbeStreamEvent>(
+            "event", "Zeb::ProbeStreamId -> Zeb::ProbeStreamEvent", 1, false,
+            [](ProbeStreamEventTable const& entity) -> auto const& { return entity.event_; },
+            [](ProbeStreamEventTable& entity, typename Zeb::ProbeStreamEvent::RixConstants const& given) {
+              return std::apply([&](auto const&... each) { return entity.eventIs(each...); }, given);
+            },
+            [](ProbeStreamEventTable& entity, Zeb::ProbeStreamId const& key) { entity.eventDel(key); },
+            [](ProbeStreamEventTable& entity, Rix::Ptr<Zeb::ProbeStreamEvent> const& made) {
+              entity.eventAdopt(made);
+            }));
   }
 
  private:
@@ -368,16 +415,31 @@ class ProbeStreamEventsQueue : public Rix::Entity {
   void queuedEventsDel() { queuedEventsIs(U32{}); }
   void queuedEventsInc(U32 by) { queuedEventsIs(static_cast<U32>(queuedEvents_ + by)); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamEventsQueue* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEventRecord() override { sink_.changed(1); }
+    void onQueuedEvents() override { sink_.changed(2); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamEventsQueue, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](ProbeStreamEventsQueue const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::queueAttribute<ProbeStreamEventsQueue, Zeb::ProbeStreamEventRecord>(
-        "eventRecord", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamEventsQueue, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](ProbeStreamEventsQueue const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::queue, ProbeStreamEventsQueue, void, Zeb::ProbeStreamEventRecord>(
+        "eventRecord", "Zeb::ProbeStreamEventRecord", 1, false,
         [](ProbeStreamEventsQueue const& entity) -> auto const& { return entity.eventRecord_; }));
-    visit(Rix::plainAttribute<ProbeStreamEventsQueue, U32>(
-        "queuedEvents", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEventsQueue, void, U32>(
+        "queuedEvents", "U32", 2, false,
         [](ProbeStreamEventsQueue const& entity) -> auto const& { return entity.queuedEvents_; },
         [](ProbeStreamEventsQueue& entity, U32 value) { entity.queuedEventsIs(value); }));
   }
@@ -432,22 +494,42 @@ class ZebProbeStreamEventsDir : public Rix::Entity {
   auto const& streamEventsQueueIterator() const { return streamEventsQueue_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamEventsQueue* streamEventsQueueIs(Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void streamEventsQueueAdopt(Rix::Ptr<Zeb::ProbeStreamEventsQueue> const& made);
   void streamEventsQueueDel(Zeb::ProbeStreamId const& key);
   void streamEventsQueueDelAll();
   void streamEventsQueueNotify(Zeb::ProbeStreamId const& key) { rixNotifyStreamEventsQueue(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebProbeStreamEventsDir* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStreamEventsQueue(Zeb::ProbeStreamId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ZebProbeStreamEventsDir, Rix::Name>(
-        "name", 0, false, [](ZebProbeStreamEventsDir const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::entitiesAttribute<ZebProbeStreamEventsDir, Zeb::ProbeStreamId, Zeb::ProbeStreamEventsQueue>(
-        "streamEventsQueue", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ZebProbeStreamEventsDir, void, Rix::Name>(
+        "name", "Rix::Name", 0, false,
+        [](ZebProbeStreamEventsDir const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebProbeStreamEventsDir, Zeb::ProbeStreamId,
+                         Zeb::ProbeStreamEventsQueue>(
+        "streamEventsQueue", "Zeb::ProbeStreamId -> Zeb::ProbeStreamEventsQueue", 1, false,
         [](ZebProbeStreamEventsDir const& entity) -> auto const& { return entity.streamEventsQueue_; },
-        [](ZebProbeStreamEventsDir& entity, Zeb::ProbeStreamEventsQueue::RixConstants const& given) {
+        [](ZebProbeStreamEventsDir& entity, typename Zeb::ProbeStreamEventsQueue::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.streamEventsQueueIs(each...); }, given);
         },
-        [](ZebProbeStreamEventsDir& entity, Zeb::ProbeStreamId const& key) { entity.streamEventsQueueDel(key); }));
+        [](ZebProbeStreamEventsDir& entity, Zeb::ProbeStreamId const& key) { entity.streamEventsQueueDel(key); },
+        [](ZebProbeStreamEventsDir& entity, Rix::Ptr<Zeb::ProbeStreamEventsQueue> const& made) {
+          entity.streamEventsQueueAdopt(made);
+        }));
   }
 
  private:
@@ -628,53 +710,81 @@ class SwitchHostLossRecord : public Rix::Entity {
   void successfulSinceLossDel() { successfulSinceLossIs(U64{}); }
   void successfulSinceLossInc(U64 by) { successfulSinceLossIs(static_cast<U64>(successfulSinceLoss_ + by)); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(SwitchHostLossRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEpoch() override { sink_.changed(1); }
+    void onLastEpoch() override { sink_.changed(2); }
+    void onEpochChangeCount() override { sink_.changed(3); }
+    void onLastEventTime() override { sink_.changed(4); }
+    void onLastEventType() override { sink_.changed(5); }
+    void onDormant() override { sink_.changed(6); }
+    void onDormantChangeCount() override { sink_.changed(7); }
+    void onLossCount() override { sink_.changed(8); }
+    void onMisorderingCount() override { sink_.changed(9); }
+    void onDuplicationCount() override { sink_.changed(10); }
+    void onSuccessfulCount() override { sink_.changed(11); }
+    void onSuccessfulSinceLoss() override { sink_.changed(12); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<SwitchHostLossRecord, Fabric::SystemId>(
-        "switchId", 0, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.switchId_; }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, Sonar::Epoch>(
-        "epoch", 1, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.epoch_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, SwitchHostLossRecord, void, Fabric::SystemId>(
+        "switchId", "Fabric::SystemId", 0, false,
+        [](SwitchHostLossRecord const& entity) -> auto const& { return entity.switchId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, Sonar::Epoch>(
+        "epoch", "Sonar::Epoch", 1, false,
+        [](SwitchHostLossRecord const& entity) -> auto const& { return entity.epoch_; },
         [](SwitchHostLossRecord& entity, Sonar::Epoch const& value) { entity.epochIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, Sonar::Epoch>(
-        "lastEpoch", 2, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lastEpoch_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, Sonar::Epoch>(
+        "lastEpoch", "Sonar::Epoch", 2, false,
+        [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lastEpoch_; },
         [](SwitchHostLossRecord& entity, Sonar::Epoch const& value) { entity.lastEpochIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "epochChangeCount", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "epochChangeCount", "U64", 3, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.epochChangeCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.epochChangeCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, double>(
-        "lastEventTime", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, double>(
+        "lastEventTime", "double", 4, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lastEventTime_; },
         [](SwitchHostLossRecord& entity, double value) { entity.lastEventTimeIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, Zeb::EventType>(
-        "lastEventType", 5, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, Zeb::EventType>(
+        "lastEventType", "Zeb::EventType", 5, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lastEventType_; },
         [](SwitchHostLossRecord& entity, Zeb::EventType const& value) { entity.lastEventTypeIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, bool>(
-        "dormant", 6, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.dormant_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, bool>(
+        "dormant", "bool", 6, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.dormant_; },
         [](SwitchHostLossRecord& entity, bool value) { entity.dormantIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "dormantChangeCount", 7, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "dormantChangeCount", "U64", 7, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.dormantChangeCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.dormantChangeCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "lossCount", 8, false, [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lossCount_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "lossCount", "U64", 8, false,
+        [](SwitchHostLossRecord const& entity) -> auto const& { return entity.lossCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.lossCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "misorderingCount", 9, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "misorderingCount", "U64", 9, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.misorderingCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.misorderingCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "duplicationCount", 10, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "duplicationCount", "U64", 10, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.duplicationCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.duplicationCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "successfulCount", 11, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "successfulCount", "U64", 11, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.successfulCount_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.successfulCountIs(value); }));
-    visit(Rix::plainAttribute<SwitchHostLossRecord, U64>(
-        "successfulSinceLoss", 12, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, SwitchHostLossRecord, void, U64>(
+        "successfulSinceLoss", "U64", 12, false,
         [](SwitchHostLossRecord const& entity) -> auto const& { return entity.successfulSinceLoss_; },
         [](SwitchHostLossRecord& entity, U64 value) { entity.successfulSinceLossIs(value); }));
   }
@@ -830,6 +940,8 @@ class StreamTtlLossRecord : public Rix::Entity {
   auto const& hostLossRecordIterator() const { return hostLossRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::SwitchHostLossRecord* hostLossRecordIs(Fabric::SystemId const& switchId);
+  // Takes a finished member, whose key must be free.
+  void hostLossRecordAdopt(Rix::Ptr<Zeb::SwitchHostLossRecord> const& made);
   void hostLossRecordDel(Fabric::SystemId const& key);
   void hostLossRecordDelAll();
   void hostLossRecordNotify(Fabric::SystemId const& key) { rixNotifyHostLossRecord(key); }
@@ -852,49 +964,76 @@ class StreamTtlLossRecord : public Rix::Entity {
   }
   void dormantSwitchIdDel() { dormantSwitchIdIs(Fabric::SystemId{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(StreamTtlLossRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onDormant() override { sink_.changed(1); }
+    void onLossy() override { sink_.changed(2); }
+    void onLossCount() override { sink_.changed(3); }
+    void onMisorderingCount() override { sink_.changed(4); }
+    void onDuplicationCount() override { sink_.changed(5); }
+    void onSuccessfulCount() override { sink_.changed(6); }
+    void onIngressSwitchChangeCount() override { sink_.changed(7); }
+    void onHostLossRecord(Fabric::SystemId const& key) override { sink_.changed(8, key); }
+    void onLastIngressSwitchId() override { sink_.changed(9); }
+    void onDormantSwitchId() override { sink_.changed(10); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<StreamTtlLossRecord, U8>(
-        "ttl", 0, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.ttl_; }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, bool>(
-        "dormant", 1, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.dormant_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamTtlLossRecord, void, U8>(
+        "ttl", "U8", 0, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.ttl_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, bool>(
+        "dormant", "bool", 1, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.dormant_; },
         [](StreamTtlLossRecord& entity, bool value) { entity.dormantIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, bool>(
-        "lossy", 2, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.lossy_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, bool>(
+        "lossy", "bool", 2, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.lossy_; },
         [](StreamTtlLossRecord& entity, bool value) { entity.lossyIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, U64>(
-        "lossCount", 3, false, [](StreamTtlLossRecord const& entity) -> auto const& { return entity.lossCount_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, U64>(
+        "lossCount", "U64", 3, false,
+        [](StreamTtlLossRecord const& entity) -> auto const& { return entity.lossCount_; },
         [](StreamTtlLossRecord& entity, U64 value) { entity.lossCountIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, U64>(
-        "misorderingCount", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, U64>(
+        "misorderingCount", "U64", 4, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.misorderingCount_; },
         [](StreamTtlLossRecord& entity, U64 value) { entity.misorderingCountIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, U64>(
-        "duplicationCount", 5, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, U64>(
+        "duplicationCount", "U64", 5, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.duplicationCount_; },
         [](StreamTtlLossRecord& entity, U64 value) { entity.duplicationCountIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, U64>(
-        "successfulCount", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, U64>(
+        "successfulCount", "U64", 6, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.successfulCount_; },
         [](StreamTtlLossRecord& entity, U64 value) { entity.successfulCountIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, U64>(
-        "ingressSwitchChangeCount", 7, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, U64>(
+        "ingressSwitchChangeCount", "U64", 7, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.ingressSwitchChangeCount_; },
         [](StreamTtlLossRecord& entity, U64 value) { entity.ingressSwitchChangeCountIs(value); }));
-    visit(Rix::entitiesAttribute<StreamTtlLossRecord, Fabric::SystemId, Zeb::SwitchHostLossRecord>(
-        "hostLossRecord", 8, false,
-        [](StreamTtlLossRecord const& entity) -> auto const& { return entity.hostLossRecord_; },
-        [](StreamTtlLossRecord& entity, Zeb::SwitchHostLossRecord::RixConstants const& given) {
-          return std::apply([&](auto const&... each) { return entity.hostLossRecordIs(each...); }, given);
-        },
-        [](StreamTtlLossRecord& entity, Fabric::SystemId const& key) { entity.hostLossRecordDel(key); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, Fabric::SystemId>(
-        "lastIngressSwitchId", 9, false,
+    visit(
+        Rix::attribute<Rix::AttributeKind::entities, StreamTtlLossRecord, Fabric::SystemId, Zeb::SwitchHostLossRecord>(
+            "hostLossRecord", "Fabric::SystemId -> Zeb::SwitchHostLossRecord", 8, false,
+            [](StreamTtlLossRecord const& entity) -> auto const& { return entity.hostLossRecord_; },
+            [](StreamTtlLossRecord& entity, typename Zeb::SwitchHostLossRecord::RixConstants const& given) {
+              return std::apply([&](auto const&... each) { return entity.hostLossRecordIs(each...); }, given);
+            },
+            [](StreamTtlLossRecord& entity, Fabric::SystemId const& key) { entity.hostLossRecordDel(key); },
+            [](StreamTtlLossRecord& entity, Rix::Ptr<Zeb::SwitchHostLossRecord> const& made) {
+              entity.hostLossRecordAdopt(made);
+            }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, Fabric::SystemId>(
+        "lastIngressSwitchId", "Fabric::SystemId", 9, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.lastIngressSwitchId_; },
         [](StreamTtlLossRecord& entity, Fabric::SystemId const& value) { entity.lastIngressSwitchIdIs(value); }));
-    visit(Rix::plainAttribute<StreamTtlLossRecord, Fabric::SystemId>(
-        "dormantSwitchId", 10, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamTtlLossRecord, void, Fabric::SystemId>(
+        "dormantSwitchId", "Fabric::SystemId", 10, false,
         [](StreamTtlLossRecord const& entity) -> auto const& { return entity.dormantSwitchId_; },
         [](StreamTtlLossRecord& entity, Fabric::SystemId const& value) { entity.dormantSwitchIdIs(value); }));
   }
@@ -999,6 +1138,8 @@ class StreamLossRecord : public Rix::Entity {
   auto const& streamTtlLossRecordIterator() const { return streamTtlLossRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::StreamTtlLossRecord* streamTtlLossRecordIs(U8 ttl);
+  // Takes a finished member, whose key must be free.
+  void streamTtlLossRecordAdopt(Rix::Ptr<Zeb::StreamTtlLossRecord> const& made);
   void streamTtlLossRecordDel(U8 key);
   void streamTtlLossRecordDelAll();
   void streamTtlLossRecordNotify(U8 key) { rixNotifyStreamTtlLossRecord(key); }
@@ -1058,49 +1199,80 @@ class StreamLossRecord : public Rix::Entity {
   void updateCounterDel() { updateCounterIs(U32{}); }
   void updateCounterInc(U32 by) { updateCounterIs(static_cast<U32>(updateCounter_ + by)); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(StreamLossRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onLossRecordType() override { sink_.changed(5); }
+    void onStreamTtlLossRecord(U8 key) override { sink_.changed(6, key); }
+    void onMinLossTtl() override { sink_.changed(7); }
+    void onMinLossDeviceId() override { sink_.changed(8); }
+    void onMinNoLossTtl() override { sink_.changed(9); }
+    void onMinNoLossDeviceId() override { sink_.changed(10); }
+    void onDestDormant() override { sink_.changed(11); }
+    void onUpdateCounter() override { sink_.changed(12); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<StreamLossRecord, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](StreamLossRecord const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::constantAttribute<StreamLossRecord, Rix::String8>(
-        "srcHostname", 1, false, [](StreamLossRecord const& entity) -> auto const& { return entity.srcHostname_; }));
-    visit(Rix::constantAttribute<StreamLossRecord, Rix::String8>(
-        "dstHostname", 2, false, [](StreamLossRecord const& entity) -> auto const& { return entity.dstHostname_; }));
-    visit(Rix::constantAttribute<StreamLossRecord, Netkit::IpAddr>(
-        "dstIp", 3, false, [](StreamLossRecord const& entity) -> auto const& { return entity.dstIp_; }));
-    visit(Rix::constantAttribute<StreamLossRecord, double>(
-        "createTime", 4, false, [](StreamLossRecord const& entity) -> auto const& { return entity.createTime_; }));
-    visit(Rix::plainAttribute<StreamLossRecord, Zeb::LossRecordType>(
-        "lossRecordType", 5, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamLossRecord, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamLossRecord, void, Rix::String8>(
+        "srcHostname", "Rix::String8", 1, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.srcHostname_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamLossRecord, void, Rix::String8>(
+        "dstHostname", "Rix::String8", 2, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.dstHostname_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamLossRecord, void, Netkit::IpAddr>(
+        "dstIp", "Netkit::IpAddr", 3, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.dstIp_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, StreamLossRecord, void, double>(
+        "createTime", "double", 4, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.createTime_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, Zeb::LossRecordType>(
+        "lossRecordType", "Zeb::LossRecordType", 5, false,
         [](StreamLossRecord const& entity) -> auto const& { return entity.lossRecordType_; },
         [](StreamLossRecord& entity, Zeb::LossRecordType const& value) { entity.lossRecordTypeIs(value); }));
-    visit(Rix::entitiesAttribute<StreamLossRecord, U8, Zeb::StreamTtlLossRecord>(
-        "streamTtlLossRecord", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::entities, StreamLossRecord, U8, Zeb::StreamTtlLossRecord>(
+        "streamTtlLossRecord", "U8 -> Zeb::StreamTtlLossRecord", 6, false,
         [](StreamLossRecord const& entity) -> auto const& { return entity.streamTtlLossRecord_; },
-        [](StreamLossRecord& entity, Zeb::StreamTtlLossRecord::RixConstants const& given) {
+        [](StreamLossRecord& entity, typename Zeb::StreamTtlLossRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.streamTtlLossRecordIs(each...); }, given);
         },
-        [](StreamLossRecord& entity, U8 key) { entity.streamTtlLossRecordDel(key); }));
-    visit(Rix::plainAttribute<StreamLossRecord, U8>(
-        "minLossTtl", 7, false, [](StreamLossRecord const& entity) -> auto const& { return entity.minLossTtl_; },
+        [](StreamLossRecord& entity, U8 key) { entity.streamTtlLossRecordDel(key); },
+        [](StreamLossRecord& entity, Rix::Ptr<Zeb::StreamTtlLossRecord> const& made) {
+          entity.streamTtlLossRecordAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, U8>(
+        "minLossTtl", "U8", 7, false, [](StreamLossRecord const& entity) -> auto const& { return entity.minLossTtl_; },
         [](StreamLossRecord& entity, U8 value) { entity.minLossTtlIs(value); }));
-    visit(Rix::plainAttribute<StreamLossRecord, Fabric::SystemId>(
-        "minLossDeviceId", 8, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, Fabric::SystemId>(
+        "minLossDeviceId", "Fabric::SystemId", 8, false,
         [](StreamLossRecord const& entity) -> auto const& { return entity.minLossDeviceId_; },
         [](StreamLossRecord& entity, Fabric::SystemId const& value) { entity.minLossDeviceIdIs(value); }));
-    visit(Rix::plainAttribute<StreamLossRecord, U8>(
-        "minNoLossTtl", 9, false, [](StreamLossRecord const& entity) -> auto const& { return entity.minNoLossTtl_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, U8>(
+        "minNoLossTtl", "U8", 9, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.minNoLossTtl_; },
         [](StreamLossRecord& entity, U8 value) { entity.minNoLossTtlIs(value); }));
-    visit(Rix::plainAttribute<StreamLossRecord, Fabric::SystemId>(
-        "minNoLossDeviceId", 10, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, Fabric::SystemId>(
+        "minNoLossDeviceId", "Fabric::SystemId", 10, false,
         [](StreamLossRecord const& entity) -> auto const& { return entity.minNoLossDeviceId_; },
         [](StreamLossRecord& entity, Fabric::SystemId const& value) { entity.minNoLossDeviceIdIs(value); }));
-    visit(Rix::plainAttribute<StreamLossRecord, bool>(
-        "destDormant", 11, false, [](StreamLossRecord const& entity) -> auto const& { return entity.destDormant_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, bool>(
+        "destDormant", "bool", 11, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.destDormant_; },
         [](StreamLossRecord& entity, bool value) { entity.destDormantIs(value); }));
-    visit(Rix::plainAttribute<StreamLossRecord, U32>(
-        "updateCounter", 12, false, [](StreamLossRecord const& entity) -> auto const& { return entity.updateCounter_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, StreamLossRecord, void, U32>(
+        "updateCounter", "U32", 12, false,
+        [](StreamLossRecord const& entity) -> auto const& { return entity.updateCounter_; },
         [](StreamLossRecord& entity, U32 value) { entity.updateCounterIs(value); }));
   }
 
@@ -1169,14 +1341,29 @@ class DevicePairLossRecord : public Rix::Entity {
   void streamLossRecordDelAll();
   void streamLossRecordNotify(Zeb::ProbeStreamId const& key) { rixNotifyStreamLossRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(DevicePairLossRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStreamLossRecord(Zeb::ProbeStreamId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<DevicePairLossRecord, Zeb::DevicePair>(
-        "devicePair", 0, false, [](DevicePairLossRecord const& entity) -> auto const& { return entity.devicePair_; }));
-    visit(Rix::referencesAttribute<DevicePairLossRecord, Zeb::ProbeStreamId, Zeb::StreamLossRecord>(
-        "streamLossRecord", 1, false,
-        [](DevicePairLossRecord const& entity) -> auto const& { return entity.streamLossRecord_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, DevicePairLossRecord, void, Zeb::DevicePair>(
+        "devicePair", "Zeb::DevicePair", 0, false,
+        [](DevicePairLossRecord const& entity) -> auto const& { return entity.devicePair_; }));
+    visit(
+        Rix::attribute<Rix::AttributeKind::references, DevicePairLossRecord, Zeb::ProbeStreamId, Zeb::StreamLossRecord>(
+            "streamLossRecord", "Zeb::ProbeStreamId -> Zeb::StreamLossRecord", 1, false,
+            [](DevicePairLossRecord const& entity) -> auto const& { return entity.streamLossRecord_; }));
   }
 
  private:
@@ -1230,13 +1417,27 @@ class LossEventStreamPath : public Rix::Entity {
   void deviceByHopDistanceDelAll();
   void deviceByHopDistanceNotify(U8 key) { rixNotifyDeviceByHopDistance(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(LossEventStreamPath* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onDeviceByHopDistance(U8 key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<LossEventStreamPath, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](LossEventStreamPath const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::valuesAttribute<LossEventStreamPath, U8, Zeb::DeviceInfo>(
-        "deviceByHopDistance", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, LossEventStreamPath, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](LossEventStreamPath const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, LossEventStreamPath, U8, Zeb::DeviceInfo>(
+        "deviceByHopDistance", "U8 -> Zeb::DeviceInfo", 1, false,
         [](LossEventStreamPath const& entity) -> auto const& { return entity.deviceByHopDistance_; },
         [](LossEventStreamPath& entity, U8 key, Zeb::DeviceInfo const& value) {
           entity.deviceByHopDistanceIs(key, value);
@@ -1308,6 +1509,8 @@ class ProbeLossStatus : public Rix::Entity {
   // Finds or makes the member; what stands is not replaced.
   Zeb::StreamLossRecord* lossRecordIs(Zeb::ProbeStreamId const& streamId, Rix::String8 const& srcHostname,
                                       Rix::String8 const& dstHostname, Netkit::IpAddr const& dstIp, double createTime);
+  // Takes a finished member, whose key must be free.
+  void lossRecordAdopt(Rix::Ptr<Zeb::StreamLossRecord> const& made);
   void lossRecordDel(Zeb::ProbeStreamId const& key);
   void lossRecordDelAll();
   void lossRecordNotify(Zeb::ProbeStreamId const& key) { rixNotifyLossRecord(key); }
@@ -1323,6 +1526,8 @@ class ProbeLossStatus : public Rix::Entity {
   auto const& devicePairLossRecordIterator() const { return devicePairLossRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::DevicePairLossRecord* devicePairLossRecordIs(Zeb::DevicePair const& devicePair);
+  // Takes a finished member, whose key must be free.
+  void devicePairLossRecordAdopt(Rix::Ptr<Zeb::DevicePairLossRecord> const& made);
   void devicePairLossRecordDel(Zeb::DevicePair const& key);
   void devicePairLossRecordDelAll();
   void devicePairLossRecordNotify(Zeb::DevicePair const& key) { rixNotifyDevicePairLossRecord(key); }
@@ -1338,33 +1543,58 @@ class ProbeLossStatus : public Rix::Entity {
   auto const& lossEventStreamPathIterator() const { return lossEventStreamPath_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::LossEventStreamPath* lossEventStreamPathIs(Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void lossEventStreamPathAdopt(Rix::Ptr<Zeb::LossEventStreamPath> const& made);
   void lossEventStreamPathDel(Zeb::ProbeStreamId const& key);
   void lossEventStreamPathDelAll();
   void lossEventStreamPathNotify(Zeb::ProbeStreamId const& key) { rixNotifyLossEventStreamPath(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeLossStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onLossRecord(Zeb::ProbeStreamId const& key) override { sink_.changed(0, key); }
+    void onDevicePairLossRecord(Zeb::DevicePair const& key) override { sink_.changed(1, key); }
+    void onLossEventStreamPath(Zeb::ProbeStreamId const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<ProbeLossStatus, Zeb::ProbeStreamId, Zeb::StreamLossRecord>(
-        "lossRecord", 0, false, [](ProbeLossStatus const& entity) -> auto const& { return entity.lossRecord_; },
-        [](ProbeLossStatus& entity, Zeb::StreamLossRecord::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeLossStatus, Zeb::ProbeStreamId, Zeb::StreamLossRecord>(
+        "lossRecord", "Zeb::ProbeStreamId -> Zeb::StreamLossRecord", 0, false,
+        [](ProbeLossStatus const& entity) -> auto const& { return entity.lossRecord_; },
+        [](ProbeLossStatus& entity, typename Zeb::StreamLossRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.lossRecordIs(each...); }, given);
         },
-        [](ProbeLossStatus& entity, Zeb::ProbeStreamId const& key) { entity.lossRecordDel(key); }));
-    visit(Rix::entitiesAttribute<ProbeLossStatus, Zeb::DevicePair, Zeb::DevicePairLossRecord>(
-        "devicePairLossRecord", 1, false,
+        [](ProbeLossStatus& entity, Zeb::ProbeStreamId const& key) { entity.lossRecordDel(key); },
+        [](ProbeLossStatus& entity, Rix::Ptr<Zeb::StreamLossRecord> const& made) { entity.lossRecordAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeLossStatus, Zeb::DevicePair, Zeb::DevicePairLossRecord>(
+        "devicePairLossRecord", "Zeb::DevicePair -> Zeb::DevicePairLossRecord", 1, false,
         [](ProbeLossStatus const& entity) -> auto const& { return entity.devicePairLossRecord_; },
-        [](ProbeLossStatus& entity, Zeb::DevicePairLossRecord::RixConstants const& given) {
+        [](ProbeLossStatus& entity, typename Zeb::DevicePairLossRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.devicePairLossRecordIs(each...); }, given);
         },
-        [](ProbeLossStatus& entity, Zeb::DevicePair const& key) { entity.devicePairLossRecordDel(key); }));
-    visit(Rix::entitiesAttribute<ProbeLossStatus, Zeb::ProbeStreamId, Zeb::LossEventStreamPath>(
-        "lossEventStreamPath", 2, false,
+        [](ProbeLossStatus& entity, Zeb::DevicePair const& key) { entity.devicePairLossRecordDel(key); },
+        [](ProbeLossStatus& entity, Rix::Ptr<Zeb::DevicePairLossRecord> const& made) {
+          entity.devicePairLossRecordAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeLossStatus, Zeb::ProbeStreamId, Zeb::LossEventStreamPath>(
+        "lossEventStreamPath", "Zeb::ProbeStreamId -> Zeb::LossEventStreamPath", 2, false,
         [](ProbeLossStatus const& entity) -> auto const& { return entity.lossEventStreamPath_; },
-        [](ProbeLossStatus& entity, Zeb::LossEventStreamPath::RixConstants const& given) {
+        [](ProbeLossStatus& entity, typename Zeb::LossEventStreamPath::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.lossEventStreamPathIs(each...); }, given);
         },
-        [](ProbeLossStatus& entity, Zeb::ProbeStreamId const& key) { entity.lossEventStreamPathDel(key); }));
+        [](ProbeLossStatus& entity, Zeb::ProbeStreamId const& key) { entity.lossEventStreamPathDel(key); },
+        [](ProbeLossStatus& entity, Rix::Ptr<Zeb::LossEventStreamPath> const& made) {
+          entity.lossEventStreamPathAdopt(made);
+        }));
   }
 
  private:

@@ -50,13 +50,26 @@ class IntfStatus : public Rix::Entity {
   }
   void addressDel() { addressIs(Netkit::IpAddr{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(IntfStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onAddress() override { sink_.changed(1); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<IntfStatus, Netkit::IntfId>(
-        "intfId", 0, false, [](IntfStatus const& entity) -> auto const& { return entity.intfId_; }));
-    visit(Rix::plainAttribute<IntfStatus, Netkit::IpAddr>(
-        "address", 1, false, [](IntfStatus const& entity) -> auto const& { return entity.address_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, IntfStatus, void, Netkit::IntfId>(
+        "intfId", "Netkit::IntfId", 0, false, [](IntfStatus const& entity) -> auto const& { return entity.intfId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, IntfStatus, void, Netkit::IpAddr>(
+        "address", "Netkit::IpAddr", 1, false, [](IntfStatus const& entity) -> auto const& { return entity.address_; },
         [](IntfStatus& entity, Netkit::IpAddr const& value) { entity.addressIs(value); }));
   }
 
@@ -102,19 +115,36 @@ class Status : public Rix::Entity {
   auto const& intfStatusIterator() const { return intfStatus_; }
   // Finds or makes the member; what stands is not replaced.
   Ip::IntfStatus* intfStatusIs(Netkit::IntfId const& intfId);
+  // Takes a finished member, whose key must be free.
+  void intfStatusAdopt(Rix::Ptr<Ip::IntfStatus> const& made);
   void intfStatusDel(Netkit::IntfId const& key);
   void intfStatusDelAll();
   void intfStatusNotify(Netkit::IntfId const& key) { rixNotifyIntfStatus(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(Status* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onIntfStatus(Netkit::IntfId const& key) override { sink_.changed(0, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<Status, Netkit::IntfId, Ip::IntfStatus>(
-        "intfStatus", 0, false, [](Status const& entity) -> auto const& { return entity.intfStatus_; },
-        [](Status& entity, Ip::IntfStatus::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, Status, Netkit::IntfId, Ip::IntfStatus>(
+        "intfStatus", "Netkit::IntfId -> Ip::IntfStatus", 0, false,
+        [](Status const& entity) -> auto const& { return entity.intfStatus_; },
+        [](Status& entity, typename Ip::IntfStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.intfStatusIs(each...); }, given);
         },
-        [](Status& entity, Netkit::IntfId const& key) { entity.intfStatusDel(key); }));
+        [](Status& entity, Netkit::IntfId const& key) { entity.intfStatusDel(key); },
+        [](Status& entity, Rix::Ptr<Ip::IntfStatus> const& made) { entity.intfStatusAdopt(made); }));
   }
 
  private:
@@ -160,11 +190,24 @@ class NetConfig : public Rix::Entity {
   }
   void hostnameDel() { hostnameIs(Rix::String8{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(NetConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onHostname() override { sink_.changed(0); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<NetConfig, Rix::String8>(
-        "hostname", 0, false, [](NetConfig const& entity) -> auto const& { return entity.hostname_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, NetConfig, void, Rix::String8>(
+        "hostname", "Rix::String8", 0, false, [](NetConfig const& entity) -> auto const& { return entity.hostname_; },
         [](NetConfig& entity, Rix::String8 const& value) { entity.hostnameIs(value); }));
   }
 
@@ -233,17 +276,32 @@ class Status : public Rix::Entity {
   }
   void enabledDel() { enabledIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(Status* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onFabricUuid() override { sink_.changed(0); }
+    void onLeaderGenId() override { sink_.changed(1); }
+    void onEnabled() override { sink_.changed(2); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<Status, Rix::String8>(
-        "fabricUuid", 0, false, [](Status const& entity) -> auto const& { return entity.fabricUuid_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Status, void, Rix::String8>(
+        "fabricUuid", "Rix::String8", 0, false, [](Status const& entity) -> auto const& { return entity.fabricUuid_; },
         [](Status& entity, Rix::String8 const& value) { entity.fabricUuidIs(value); }));
-    visit(Rix::plainAttribute<Status, U64>(
-        "leaderGenId", 1, false, [](Status const& entity) -> auto const& { return entity.leaderGenId_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Status, void, U64>(
+        "leaderGenId", "U64", 1, false, [](Status const& entity) -> auto const& { return entity.leaderGenId_; },
         [](Status& entity, U64 value) { entity.leaderGenIdIs(value); }));
-    visit(Rix::plainAttribute<Status, bool>(
-        "enabled", 2, false, [](Status const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Status, void, bool>(
+        "enabled", "bool", 2, false, [](Status const& entity) -> auto const& { return entity.enabled_; },
         [](Status& entity, bool value) { entity.enabledIs(value); }));
   }
 
@@ -352,28 +410,48 @@ class ClusterStatus : public Rix::Entity {
   }
   void isStandaloneOrLeaderDel() { isStandaloneOrLeaderIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClusterStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onRole() override { sink_.changed(1); }
+    void onEnabled() override { sink_.changed(2); }
+    void onIsStandalone() override { sink_.changed(3); }
+    void onIsLeader() override { sink_.changed(4); }
+    void onIsFollower() override { sink_.changed(5); }
+    void onIsStandaloneOrLeader() override { sink_.changed(6); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ClusterStatus, Rix::Name>(
-        "clusterName", 0, false, [](ClusterStatus const& entity) -> auto const& { return entity.clusterName_; }));
-    visit(Rix::plainAttribute<ClusterStatus, Rix::String8>(
-        "role", 1, false, [](ClusterStatus const& entity) -> auto const& { return entity.role_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ClusterStatus, void, Rix::Name>(
+        "clusterName", "Rix::Name", 0, false,
+        [](ClusterStatus const& entity) -> auto const& { return entity.clusterName_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, Rix::String8>(
+        "role", "Rix::String8", 1, false, [](ClusterStatus const& entity) -> auto const& { return entity.role_; },
         [](ClusterStatus& entity, Rix::String8 const& value) { entity.roleIs(value); }));
-    visit(Rix::plainAttribute<ClusterStatus, bool>(
-        "enabled", 2, false, [](ClusterStatus const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, bool>(
+        "enabled", "bool", 2, false, [](ClusterStatus const& entity) -> auto const& { return entity.enabled_; },
         [](ClusterStatus& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::plainAttribute<ClusterStatus, bool>(
-        "isStandalone", 3, false, [](ClusterStatus const& entity) -> auto const& { return entity.isStandalone_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, bool>(
+        "isStandalone", "bool", 3, false,
+        [](ClusterStatus const& entity) -> auto const& { return entity.isStandalone_; },
         [](ClusterStatus& entity, bool value) { entity.isStandaloneIs(value); }));
-    visit(Rix::plainAttribute<ClusterStatus, bool>(
-        "isLeader", 4, false, [](ClusterStatus const& entity) -> auto const& { return entity.isLeader_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, bool>(
+        "isLeader", "bool", 4, false, [](ClusterStatus const& entity) -> auto const& { return entity.isLeader_; },
         [](ClusterStatus& entity, bool value) { entity.isLeaderIs(value); }));
-    visit(Rix::plainAttribute<ClusterStatus, bool>(
-        "isFollower", 5, false, [](ClusterStatus const& entity) -> auto const& { return entity.isFollower_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, bool>(
+        "isFollower", "bool", 5, false, [](ClusterStatus const& entity) -> auto const& { return entity.isFollower_; },
         [](ClusterStatus& entity, bool value) { entity.isFollowerIs(value); }));
-    visit(Rix::plainAttribute<ClusterStatus, bool>(
-        "isStandaloneOrLeader", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClusterStatus, void, bool>(
+        "isStandaloneOrLeader", "bool", 6, false,
         [](ClusterStatus const& entity) -> auto const& { return entity.isStandaloneOrLeader_; },
         [](ClusterStatus& entity, bool value) { entity.isStandaloneOrLeaderIs(value); }));
   }
@@ -425,19 +503,38 @@ class ClusterStatusDir : public Rix::Entity {
   auto const& statusIterator() const { return status_; }
   // Finds or makes the member; what stands is not replaced.
   FabricCluster::ClusterStatus* statusIs(Rix::Name const& clusterName);
+  // Takes a finished member, whose key must be free.
+  void statusAdopt(Rix::Ptr<FabricCluster::ClusterStatus> const& made);
   void statusDel(Rix::Name const& key);
   void statusDelAll();
   void statusNotify(Rix::Name const& key) { rixNotifyStatus(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClusterStatusDir* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStatus(Rix::Name const& key) override { sink_.changed(0, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<ClusterStatusDir, Rix::Name, FabricCluster::ClusterStatus>(
-        "status", 0, false, [](ClusterStatusDir const& entity) -> auto const& { return entity.status_; },
-        [](ClusterStatusDir& entity, FabricCluster::ClusterStatus::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ClusterStatusDir, Rix::Name, FabricCluster::ClusterStatus>(
+        "status", "Rix::Name -> FabricCluster::ClusterStatus", 0, false,
+        [](ClusterStatusDir const& entity) -> auto const& { return entity.status_; },
+        [](ClusterStatusDir& entity, typename FabricCluster::ClusterStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.statusIs(each...); }, given);
         },
-        [](ClusterStatusDir& entity, Rix::Name const& key) { entity.statusDel(key); }));
+        [](ClusterStatusDir& entity, Rix::Name const& key) { entity.statusDel(key); },
+        [](ClusterStatusDir& entity, Rix::Ptr<FabricCluster::ClusterStatus> const& made) {
+          entity.statusAdopt(made);
+        }));
   }
 
  private:

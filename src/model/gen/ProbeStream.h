@@ -63,15 +63,30 @@ class ProbeStreamEgressStats : public Rix::Entity {
   }
   void epochDel() { epochIs(Sonar::Epoch{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamEgressStats* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onNumProbesTx() override { sink_.changed(0); }
+    void onEpoch() override { sink_.changed(1); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ProbeStreamEgressStats, U64>(
-        "numProbesTx", 0, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEgressStats, void, U64>(
+        "numProbesTx", "U64", 0, false,
         [](ProbeStreamEgressStats const& entity) -> auto const& { return entity.numProbesTx_; },
         [](ProbeStreamEgressStats& entity, U64 value) { entity.numProbesTxIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEgressStats, Sonar::Epoch>(
-        "epoch", 1, false, [](ProbeStreamEgressStats const& entity) -> auto const& { return entity.epoch_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEgressStats, void, Sonar::Epoch>(
+        "epoch", "Sonar::Epoch", 1, false,
+        [](ProbeStreamEgressStats const& entity) -> auto const& { return entity.epoch_; },
         [](ProbeStreamEgressStats& entity, Sonar::Epoch const& value) { entity.epochIs(value); }));
   }
 
@@ -197,36 +212,59 @@ class ProbeStreamIngressStats : public Rix::Entity {
   }
   void probesDuplicatedDel() { probesDuplicatedIs(U64{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamIngressStats* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEpoch() override { sink_.changed(0); }
+    void onIngressTtl() override { sink_.changed(1); }
+    void onCurrentSequenceNumber() override { sink_.changed(2); }
+    void onLastSequenceNumber() override { sink_.changed(3); }
+    void onProbesReceived() override { sink_.changed(4); }
+    void onProbesLost() override { sink_.changed(5); }
+    void onProbesMisordered() override { sink_.changed(6); }
+    void onProbesDuplicated() override { sink_.changed(7); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, Sonar::Epoch>(
-        "epoch", 0, false, [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.epoch_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, Sonar::Epoch>(
+        "epoch", "Sonar::Epoch", 0, false,
+        [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.epoch_; },
         [](ProbeStreamIngressStats& entity, Sonar::Epoch const& value) { entity.epochIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U8>(
-        "ingressTtl", 1, false, [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.ingressTtl_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U8>(
+        "ingressTtl", "U8", 1, false,
+        [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.ingressTtl_; },
         [](ProbeStreamIngressStats& entity, U8 value) { entity.ingressTtlIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "currentSequenceNumber", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "currentSequenceNumber", "U64", 2, false,
         [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.currentSequenceNumber_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.currentSequenceNumberIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "lastSequenceNumber", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "lastSequenceNumber", "U64", 3, false,
         [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.lastSequenceNumber_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.lastSequenceNumberIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "probesReceived", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "probesReceived", "U64", 4, false,
         [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.probesReceived_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.probesReceivedIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "probesLost", 5, false, [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.probesLost_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "probesLost", "U64", 5, false,
+        [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.probesLost_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.probesLostIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "probesMisordered", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "probesMisordered", "U64", 6, false,
         [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.probesMisordered_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.probesMisorderedIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamIngressStats, U64>(
-        "probesDuplicated", 7, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamIngressStats, void, U64>(
+        "probesDuplicated", "U64", 7, false,
         [](ProbeStreamIngressStats const& entity) -> auto const& { return entity.probesDuplicated_; },
         [](ProbeStreamIngressStats& entity, U64 value) { entity.probesDuplicatedIs(value); }));
   }
@@ -280,6 +318,8 @@ class ClientProbeStreamEgressRecord : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ProbeStreamEgressStats* egressStatsIs();
   void egressStatsDel();
+  // Takes a finished one. None may stand.
+  void egressStatsAdopt(Rix::Ptr<Zeb::ProbeStreamEgressStats> const& made);
 
   // the interface it leaves by, as of the record's creation. Written by exporter.
   Netkit::IntfId const& egressIntf() const { return egressIntf_; }
@@ -290,20 +330,37 @@ class ClientProbeStreamEgressRecord : public Rix::Entity {
   }
   void egressIntfDel() { egressIntfIs(Netkit::IntfId{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientProbeStreamEgressRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEgressStats() override { sink_.changed(1); }
+    void onEgressIntf() override { sink_.changed(2); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ClientProbeStreamEgressRecord, U8>(
-        "ttl", 0, false, [](ClientProbeStreamEgressRecord const& entity) -> auto const& { return entity.ttl_; }));
-    visit(Rix::ownedAttribute<ClientProbeStreamEgressRecord, Zeb::ProbeStreamEgressStats>(
-        "egressStats", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ClientProbeStreamEgressRecord, void, U8>(
+        "ttl", "U8", 0, false, [](ClientProbeStreamEgressRecord const& entity) -> auto const& { return entity.ttl_; }));
+    visit(Rix::attribute<Rix::AttributeKind::owned, ClientProbeStreamEgressRecord, void, Zeb::ProbeStreamEgressStats>(
+        "egressStats", "Zeb::ProbeStreamEgressStats", 1, false,
         [](ClientProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressStats_; },
-        [](ClientProbeStreamEgressRecord& entity, Zeb::ProbeStreamEgressStats::RixConstants const& given) {
+        [](ClientProbeStreamEgressRecord& entity, typename Zeb::ProbeStreamEgressStats::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.egressStatsIs(each...); }, given);
         },
-        [](ClientProbeStreamEgressRecord& entity) { entity.egressStatsDel(); }));
-    visit(Rix::plainAttribute<ClientProbeStreamEgressRecord, Netkit::IntfId>(
-        "egressIntf", 2, false,
+        [](ClientProbeStreamEgressRecord& entity) { entity.egressStatsDel(); },
+        [](ClientProbeStreamEgressRecord& entity, Rix::Ptr<Zeb::ProbeStreamEgressStats> const& made) {
+          entity.egressStatsAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamEgressRecord, void, Netkit::IntfId>(
+        "egressIntf", "Netkit::IntfId", 2, false,
         [](ClientProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressIntf_; },
         [](ClientProbeStreamEgressRecord& entity, Netkit::IntfId const& value) { entity.egressIntfIs(value); }));
   }
@@ -359,6 +416,8 @@ class ClientProbeStreamIngressRecord : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ProbeStreamIngressStats* ingressStatsIs();
   void ingressStatsDel();
+  // Takes a finished one. None may stand.
+  void ingressStatsAdopt(Rix::Ptr<Zeb::ProbeStreamIngressStats> const& made);
 
   // the interface it arrives on, as of the record's creation. Written by exporter.
   Netkit::IntfId const& ingressIntf() const { return ingressIntf_; }
@@ -387,28 +446,48 @@ class ClientProbeStreamIngressRecord : public Rix::Entity {
   }
   void dormantDel() { dormantIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientProbeStreamIngressRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onIngressStats() override { sink_.changed(1); }
+    void onIngressIntf() override { sink_.changed(2); }
+    void onIngressIntfIp() override { sink_.changed(3); }
+    void onDormant() override { sink_.changed(4); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ClientProbeStreamIngressRecord, U8>(
-        "ttl", 0, false, [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.ttl_; }));
-    visit(Rix::ownedAttribute<ClientProbeStreamIngressRecord, Zeb::ProbeStreamIngressStats>(
-        "ingressStats", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ClientProbeStreamIngressRecord, void, U8>(
+        "ttl", "U8", 0, false,
+        [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.ttl_; }));
+    visit(Rix::attribute<Rix::AttributeKind::owned, ClientProbeStreamIngressRecord, void, Zeb::ProbeStreamIngressStats>(
+        "ingressStats", "Zeb::ProbeStreamIngressStats", 1, false,
         [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.ingressStats_; },
-        [](ClientProbeStreamIngressRecord& entity, Zeb::ProbeStreamIngressStats::RixConstants const& given) {
+        [](ClientProbeStreamIngressRecord& entity, typename Zeb::ProbeStreamIngressStats::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.ingressStatsIs(each...); }, given);
         },
-        [](ClientProbeStreamIngressRecord& entity) { entity.ingressStatsDel(); }));
-    visit(Rix::plainAttribute<ClientProbeStreamIngressRecord, Netkit::IntfId>(
-        "ingressIntf", 2, false,
+        [](ClientProbeStreamIngressRecord& entity) { entity.ingressStatsDel(); },
+        [](ClientProbeStreamIngressRecord& entity, Rix::Ptr<Zeb::ProbeStreamIngressStats> const& made) {
+          entity.ingressStatsAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamIngressRecord, void, Netkit::IntfId>(
+        "ingressIntf", "Netkit::IntfId", 2, false,
         [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.ingressIntf_; },
         [](ClientProbeStreamIngressRecord& entity, Netkit::IntfId const& value) { entity.ingressIntfIs(value); }));
-    visit(Rix::plainAttribute<ClientProbeStreamIngressRecord, Netkit::IpAddr>(
-        "ingressIntfIp", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamIngressRecord, void, Netkit::IpAddr>(
+        "ingressIntfIp", "Netkit::IpAddr", 3, false,
         [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.ingressIntfIp_; },
         [](ClientProbeStreamIngressRecord& entity, Netkit::IpAddr const& value) { entity.ingressIntfIpIs(value); }));
-    visit(Rix::plainAttribute<ClientProbeStreamIngressRecord, bool>(
-        "dormant", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamIngressRecord, void, bool>(
+        "dormant", "bool", 4, false,
         [](ClientProbeStreamIngressRecord const& entity) -> auto const& { return entity.dormant_; },
         [](ClientProbeStreamIngressRecord& entity, bool value) { entity.dormantIs(value); }));
   }
@@ -513,6 +592,8 @@ class ClientProbeStreamRecord : public Rix::Entity {
   auto const& egressRecordIterator() const { return egressRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ClientProbeStreamEgressRecord* egressRecordIs(U8 ttl);
+  // Takes a finished member, whose key must be free.
+  void egressRecordAdopt(Rix::Ptr<Zeb::ClientProbeStreamEgressRecord> const& made);
   void egressRecordDel(U8 key);
   void egressRecordDelAll();
   void egressRecordNotify(U8 key) { rixNotifyEgressRecord(key); }
@@ -524,40 +605,70 @@ class ClientProbeStreamRecord : public Rix::Entity {
   auto const& ingressRecordIterator() const { return ingressRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ClientProbeStreamIngressRecord* ingressRecordIs(U8 ttl);
+  // Takes a finished member, whose key must be free.
+  void ingressRecordAdopt(Rix::Ptr<Zeb::ClientProbeStreamIngressRecord> const& made);
   void ingressRecordDel(U8 key);
   void ingressRecordDelAll();
   void ingressRecordNotify(U8 key) { rixNotifyIngressRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientProbeStreamRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onProbeName(Rix::Name const& key) override { sink_.changed(1, key); }
+    void onSourceId() override { sink_.changed(2); }
+    void onDestinationId() override { sink_.changed(3); }
+    void onEgressRecord(U8 key) override { sink_.changed(4, key); }
+    void onIngressRecord(U8 key) override { sink_.changed(5, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ClientProbeStreamRecord, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::valuesAttribute<ClientProbeStreamRecord, Rix::Name, bool>(
-        "probeName", 1, false, [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.probeName_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ClientProbeStreamRecord, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, ClientProbeStreamRecord, Rix::Name, bool>(
+        "probeName", "Rix::Name -> bool", 1, false,
+        [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.probeName_; },
         [](ClientProbeStreamRecord& entity, Rix::Name const& key, bool value) { entity.probeNameIs(key, value); },
         [](ClientProbeStreamRecord& entity, Rix::Name const& key) { entity.probeNameDel(key); }));
-    visit(Rix::plainAttribute<ClientProbeStreamRecord, Fabric::SystemId>(
-        "sourceId", 2, false, [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.sourceId_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamRecord, void, Fabric::SystemId>(
+        "sourceId", "Fabric::SystemId", 2, false,
+        [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.sourceId_; },
         [](ClientProbeStreamRecord& entity, Fabric::SystemId const& value) { entity.sourceIdIs(value); }));
-    visit(Rix::plainAttribute<ClientProbeStreamRecord, Fabric::SystemId>(
-        "destinationId", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ClientProbeStreamRecord, void, Fabric::SystemId>(
+        "destinationId", "Fabric::SystemId", 3, false,
         [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.destinationId_; },
         [](ClientProbeStreamRecord& entity, Fabric::SystemId const& value) { entity.destinationIdIs(value); }));
-    visit(Rix::entitiesAttribute<ClientProbeStreamRecord, U8, Zeb::ClientProbeStreamEgressRecord>(
-        "egressRecord", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::entities, ClientProbeStreamRecord, U8, Zeb::ClientProbeStreamEgressRecord>(
+        "egressRecord", "U8 -> Zeb::ClientProbeStreamEgressRecord", 4, false,
         [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.egressRecord_; },
-        [](ClientProbeStreamRecord& entity, Zeb::ClientProbeStreamEgressRecord::RixConstants const& given) {
+        [](ClientProbeStreamRecord& entity, typename Zeb::ClientProbeStreamEgressRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.egressRecordIs(each...); }, given);
         },
-        [](ClientProbeStreamRecord& entity, U8 key) { entity.egressRecordDel(key); }));
-    visit(Rix::entitiesAttribute<ClientProbeStreamRecord, U8, Zeb::ClientProbeStreamIngressRecord>(
-        "ingressRecord", 5, false,
-        [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.ingressRecord_; },
-        [](ClientProbeStreamRecord& entity, Zeb::ClientProbeStreamIngressRecord::RixConstants const& given) {
-          return std::apply([&](auto const&... each) { return entity.ingressRecordIs(each...); }, given);
-        },
-        [](ClientProbeStreamRecord& entity, U8 key) { entity.ingressRecordDel(key); }));
+        [](ClientProbeStreamRecord& entity, U8 key) { entity.egressRecordDel(key); },
+        [](ClientProbeStreamRecord& entity, Rix::Ptr<Zeb::ClientProbeStreamEgressRecord> const& made) {
+          entity.egressRecordAdopt(made);
+        }));
+    visit(
+        Rix::attribute<Rix::AttributeKind::entities, ClientProbeStreamRecord, U8, Zeb::ClientProbeStreamIngressRecord>(
+            "ingressRecord", "U8 -> Zeb::ClientProbeStreamIngressRecord", 5, false,
+            [](ClientProbeStreamRecord const& entity) -> auto const& { return entity.ingressRecord_; },
+            [](ClientProbeStreamRecord& entity,
+               typename Zeb::ClientProbeStreamIngressRecord::RixConstants const& given) {
+              return std::apply([&](auto const&... each) { return entity.ingressRecordIs(each...); }, given);
+            },
+            [](ClientProbeStreamRecord& entity, U8 key) { entity.ingressRecordDel(key); },
+            [](ClientProbeStreamRecord& entity, Rix::Ptr<Zeb::ClientProbeStreamIngressRecord> const& made) {
+              entity.ingressRecordAdopt(made);
+            }));
   }
 
  private:
@@ -613,20 +724,39 @@ class ClientProbeStreamTable : public Rix::Entity {
   auto const& streamRecordIterator() const { return streamRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ClientProbeStreamRecord* streamRecordIs(Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void streamRecordAdopt(Rix::Ptr<Zeb::ClientProbeStreamRecord> const& made);
   void streamRecordDel(Zeb::ProbeStreamId const& key);
   void streamRecordDelAll();
   void streamRecordNotify(Zeb::ProbeStreamId const& key) { rixNotifyStreamRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ClientProbeStreamTable* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStreamRecord(Zeb::ProbeStreamId const& key) override { sink_.changed(0, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<ClientProbeStreamTable, Zeb::ProbeStreamId, Zeb::ClientProbeStreamRecord>(
-        "streamRecord", 0, false,
+    visit(Rix::attribute<Rix::AttributeKind::entities, ClientProbeStreamTable, Zeb::ProbeStreamId,
+                         Zeb::ClientProbeStreamRecord>(
+        "streamRecord", "Zeb::ProbeStreamId -> Zeb::ClientProbeStreamRecord", 0, false,
         [](ClientProbeStreamTable const& entity) -> auto const& { return entity.streamRecord_; },
-        [](ClientProbeStreamTable& entity, Zeb::ClientProbeStreamRecord::RixConstants const& given) {
+        [](ClientProbeStreamTable& entity, typename Zeb::ClientProbeStreamRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.streamRecordIs(each...); }, given);
         },
-        [](ClientProbeStreamTable& entity, Zeb::ProbeStreamId const& key) { entity.streamRecordDel(key); }));
+        [](ClientProbeStreamTable& entity, Zeb::ProbeStreamId const& key) { entity.streamRecordDel(key); },
+        [](ClientProbeStreamTable& entity, Rix::Ptr<Zeb::ClientProbeStreamRecord> const& made) {
+          entity.streamRecordAdopt(made);
+        }));
   }
 
  private:
@@ -666,17 +796,35 @@ class ZebSonarStatusV1 : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ClientProbeStreamTable* probeStreamTableIs();
   void probeStreamTableDel();
+  // Takes a finished one. None may stand.
+  void probeStreamTableAdopt(Rix::Ptr<Zeb::ClientProbeStreamTable> const& made);
+
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebSonarStatusV1* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onProbeStreamTable() override { sink_.changed(0); }
+
+   private:
+    Sink& sink_;
+  };
 
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::ownedAttribute<ZebSonarStatusV1, Zeb::ClientProbeStreamTable>(
-        "probeStreamTable", 0, false,
+    visit(Rix::attribute<Rix::AttributeKind::owned, ZebSonarStatusV1, void, Zeb::ClientProbeStreamTable>(
+        "probeStreamTable", "Zeb::ClientProbeStreamTable", 0, false,
         [](ZebSonarStatusV1 const& entity) -> auto const& { return entity.probeStreamTable_; },
-        [](ZebSonarStatusV1& entity, Zeb::ClientProbeStreamTable::RixConstants const& given) {
+        [](ZebSonarStatusV1& entity, typename Zeb::ClientProbeStreamTable::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.probeStreamTableIs(each...); }, given);
         },
-        [](ZebSonarStatusV1& entity) { entity.probeStreamTableDel(); }));
+        [](ZebSonarStatusV1& entity) { entity.probeStreamTableDel(); },
+        [](ZebSonarStatusV1& entity, Rix::Ptr<Zeb::ClientProbeStreamTable> const& made) {
+          entity.probeStreamTableAdopt(made);
+        }));
   }
 
  private:
@@ -729,6 +877,8 @@ class ProbeStreamEgressRecord : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ProbeStreamEgressStats* egressStatsIs();
   void egressStatsDel();
+  // Takes a finished one. None may stand.
+  void egressStatsAdopt(Rix::Ptr<Zeb::ProbeStreamEgressStats> const& made);
 
   // the interface it leaves by. Written by collector.
   Netkit::IntfId const& egressIntf() const { return egressIntf_; }
@@ -748,25 +898,45 @@ class ProbeStreamEgressRecord : public Rix::Entity {
   }
   void egressSwitchIdDel() { egressSwitchIdIs(Fabric::SystemId{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamEgressRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEgressStats() override { sink_.changed(2); }
+    void onEgressIntf() override { sink_.changed(3); }
+    void onEgressSwitchId() override { sink_.changed(4); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamEgressRecord, U8>(
-        "ttl", 0, false, [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.ttl_; }));
-    visit(Rix::constantAttribute<ProbeStreamEgressRecord, Zeb::ProbeStreamId>(
-        "streamId", 1, false, [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::ownedAttribute<ProbeStreamEgressRecord, Zeb::ProbeStreamEgressStats>(
-        "egressStats", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamEgressRecord, void, U8>(
+        "ttl", "U8", 0, false, [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.ttl_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamEgressRecord, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 1, false,
+        [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::owned, ProbeStreamEgressRecord, void, Zeb::ProbeStreamEgressStats>(
+        "egressStats", "Zeb::ProbeStreamEgressStats", 2, false,
         [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressStats_; },
-        [](ProbeStreamEgressRecord& entity, Zeb::ProbeStreamEgressStats::RixConstants const& given) {
+        [](ProbeStreamEgressRecord& entity, typename Zeb::ProbeStreamEgressStats::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.egressStatsIs(each...); }, given);
         },
-        [](ProbeStreamEgressRecord& entity) { entity.egressStatsDel(); }));
-    visit(Rix::plainAttribute<ProbeStreamEgressRecord, Netkit::IntfId>(
-        "egressIntf", 3, false, [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressIntf_; },
+        [](ProbeStreamEgressRecord& entity) { entity.egressStatsDel(); },
+        [](ProbeStreamEgressRecord& entity, Rix::Ptr<Zeb::ProbeStreamEgressStats> const& made) {
+          entity.egressStatsAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEgressRecord, void, Netkit::IntfId>(
+        "egressIntf", "Netkit::IntfId", 3, false,
+        [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressIntf_; },
         [](ProbeStreamEgressRecord& entity, Netkit::IntfId const& value) { entity.egressIntfIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamEgressRecord, Fabric::SystemId>(
-        "egressSwitchId", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamEgressRecord, void, Fabric::SystemId>(
+        "egressSwitchId", "Fabric::SystemId", 4, false,
         [](ProbeStreamEgressRecord const& entity) -> auto const& { return entity.egressSwitchId_; },
         [](ProbeStreamEgressRecord& entity, Fabric::SystemId const& value) { entity.egressSwitchIdIs(value); }));
   }
@@ -826,6 +996,8 @@ class ProbeStreamSwitchIngressRecord : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ProbeStreamIngressStats* ingressStatsIs();
   void ingressStatsDel();
+  // Takes a finished one. None may stand.
+  void ingressStatsAdopt(Rix::Ptr<Zeb::ProbeStreamIngressStats> const& made);
 
   // the interface it arrives on. Written by mirror.
   Netkit::IntfId const& ingressIntf() const { return ingressIntf_; }
@@ -863,33 +1035,53 @@ class ProbeStreamSwitchIngressRecord : public Rix::Entity {
   }
   void deletedDel() { deletedIs(bool{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamSwitchIngressRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onIngressStats() override { sink_.changed(1); }
+    void onIngressIntf() override { sink_.changed(2); }
+    void onIngressIntfIp() override { sink_.changed(3); }
+    void onDormant() override { sink_.changed(4); }
+    void onDeleted() override { sink_.changed(5); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamSwitchIngressRecord, Fabric::SystemId>(
-        "switchId", 0, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamSwitchIngressRecord, void, Fabric::SystemId>(
+        "switchId", "Fabric::SystemId", 0, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.switchId_; }));
-    visit(Rix::ownedAttribute<ProbeStreamSwitchIngressRecord, Zeb::ProbeStreamIngressStats>(
-        "ingressStats", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::owned, ProbeStreamSwitchIngressRecord, void, Zeb::ProbeStreamIngressStats>(
+        "ingressStats", "Zeb::ProbeStreamIngressStats", 1, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.ingressStats_; },
-        [](ProbeStreamSwitchIngressRecord& entity, Zeb::ProbeStreamIngressStats::RixConstants const& given) {
+        [](ProbeStreamSwitchIngressRecord& entity, typename Zeb::ProbeStreamIngressStats::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.ingressStatsIs(each...); }, given);
         },
-        [](ProbeStreamSwitchIngressRecord& entity) { entity.ingressStatsDel(); }));
-    visit(Rix::plainAttribute<ProbeStreamSwitchIngressRecord, Netkit::IntfId>(
-        "ingressIntf", 2, false,
+        [](ProbeStreamSwitchIngressRecord& entity) { entity.ingressStatsDel(); },
+        [](ProbeStreamSwitchIngressRecord& entity, Rix::Ptr<Zeb::ProbeStreamIngressStats> const& made) {
+          entity.ingressStatsAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamSwitchIngressRecord, void, Netkit::IntfId>(
+        "ingressIntf", "Netkit::IntfId", 2, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.ingressIntf_; },
         [](ProbeStreamSwitchIngressRecord& entity, Netkit::IntfId const& value) { entity.ingressIntfIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamSwitchIngressRecord, Netkit::IpAddr>(
-        "ingressIntfIp", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamSwitchIngressRecord, void, Netkit::IpAddr>(
+        "ingressIntfIp", "Netkit::IpAddr", 3, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.ingressIntfIp_; },
         [](ProbeStreamSwitchIngressRecord& entity, Netkit::IpAddr const& value) { entity.ingressIntfIpIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamSwitchIngressRecord, bool>(
-        "dormant", 4, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamSwitchIngressRecord, void, bool>(
+        "dormant", "bool", 4, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.dormant_; },
         [](ProbeStreamSwitchIngressRecord& entity, bool value) { entity.dormantIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamSwitchIngressRecord, bool>(
-        "deleted", 5, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamSwitchIngressRecord, void, bool>(
+        "deleted", "bool", 5, false,
         [](ProbeStreamSwitchIngressRecord const& entity) -> auto const& { return entity.deleted_; },
         [](ProbeStreamSwitchIngressRecord& entity, bool value) { entity.deletedIs(value); }));
   }
@@ -983,28 +1175,51 @@ class ProbeStreamIngressRecord : public Rix::Entity {
   auto const& switchIngressRecordIterator() const { return switchIngressRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamSwitchIngressRecord* switchIngressRecordIs(Fabric::SystemId const& switchId);
+  // Takes a finished member, whose key must be free.
+  void switchIngressRecordAdopt(Rix::Ptr<Zeb::ProbeStreamSwitchIngressRecord> const& made);
   void switchIngressRecordDel(Fabric::SystemId const& key);
   void switchIngressRecordDelAll();
   void switchIngressRecordNotify(Fabric::SystemId const& key) { rixNotifySwitchIngressRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamIngressRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onPreviousActiveIngressRecord() override { sink_.changed(1); }
+    void onCurrentActiveIngressRecord() override { sink_.changed(2); }
+    void onSwitchIngressRecord(Fabric::SystemId const& key) override { sink_.changed(3, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamIngressRecord, U8>(
-        "ttl", 0, false, [](ProbeStreamIngressRecord const& entity) -> auto const& { return entity.ttl_; }));
-    visit(Rix::referenceAttribute<ProbeStreamIngressRecord, Zeb::ProbeStreamSwitchIngressRecord>(
-        "previousActiveIngressRecord", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamIngressRecord, void, U8>(
+        "ttl", "U8", 0, false, [](ProbeStreamIngressRecord const& entity) -> auto const& { return entity.ttl_; }));
+    visit(Rix::attribute<Rix::AttributeKind::reference, ProbeStreamIngressRecord, void,
+                         Zeb::ProbeStreamSwitchIngressRecord>(
+        "previousActiveIngressRecord", "Zeb::ProbeStreamSwitchIngressRecord", 1, false,
         [](ProbeStreamIngressRecord const& entity) -> auto const& { return entity.previousActiveIngressRecord_; }));
-    visit(Rix::referenceAttribute<ProbeStreamIngressRecord, Zeb::ProbeStreamSwitchIngressRecord>(
-        "currentActiveIngressRecord", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::reference, ProbeStreamIngressRecord, void,
+                         Zeb::ProbeStreamSwitchIngressRecord>(
+        "currentActiveIngressRecord", "Zeb::ProbeStreamSwitchIngressRecord", 2, false,
         [](ProbeStreamIngressRecord const& entity) -> auto const& { return entity.currentActiveIngressRecord_; }));
-    visit(Rix::entitiesAttribute<ProbeStreamIngressRecord, Fabric::SystemId, Zeb::ProbeStreamSwitchIngressRecord>(
-        "switchIngressRecord", 3, false,
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeStreamIngressRecord, Fabric::SystemId,
+                         Zeb::ProbeStreamSwitchIngressRecord>(
+        "switchIngressRecord", "Fabric::SystemId -> Zeb::ProbeStreamSwitchIngressRecord", 3, false,
         [](ProbeStreamIngressRecord const& entity) -> auto const& { return entity.switchIngressRecord_; },
-        [](ProbeStreamIngressRecord& entity, Zeb::ProbeStreamSwitchIngressRecord::RixConstants const& given) {
+        [](ProbeStreamIngressRecord& entity, typename Zeb::ProbeStreamSwitchIngressRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.switchIngressRecordIs(each...); }, given);
         },
-        [](ProbeStreamIngressRecord& entity, Fabric::SystemId const& key) { entity.switchIngressRecordDel(key); }));
+        [](ProbeStreamIngressRecord& entity, Fabric::SystemId const& key) { entity.switchIngressRecordDel(key); },
+        [](ProbeStreamIngressRecord& entity, Rix::Ptr<Zeb::ProbeStreamSwitchIngressRecord> const& made) {
+          entity.switchIngressRecordAdopt(made);
+        }));
   }
 
  private:
@@ -1106,6 +1321,8 @@ class ProbeStreamRecord : public Rix::Entity {
   auto const& egressRecordIterator() const { return egressRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamEgressRecord* egressRecordIs(U8 ttl, Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void egressRecordAdopt(Rix::Ptr<Zeb::ProbeStreamEgressRecord> const& made);
   void egressRecordDel(U8 key);
   void egressRecordDelAll();
   void egressRecordNotify(U8 key) { rixNotifyEgressRecord(key); }
@@ -1117,37 +1334,68 @@ class ProbeStreamRecord : public Rix::Entity {
   auto const& ingressRecordIterator() const { return ingressRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamIngressRecord* ingressRecordIs(U8 ttl);
+  // Takes a finished member, whose key must be free.
+  void ingressRecordAdopt(Rix::Ptr<Zeb::ProbeStreamIngressRecord> const& made);
   void ingressRecordDel(U8 key);
   void ingressRecordDelAll();
   void ingressRecordNotify(U8 key) { rixNotifyIngressRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamRecord* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onProbeName(Rix::Name const& key) override { sink_.changed(1, key); }
+    void onSourceId() override { sink_.changed(2); }
+    void onDestinationId() override { sink_.changed(3); }
+    void onEgressRecord(U8 key) override { sink_.changed(4, key); }
+    void onIngressRecord(U8 key) override { sink_.changed(5, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamRecord, Zeb::ProbeStreamId>(
-        "streamId", 0, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.streamId_; }));
-    visit(Rix::valuesAttribute<ProbeStreamRecord, Rix::Name, bool>(
-        "probeName", 1, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.probeName_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamRecord, void, Zeb::ProbeStreamId>(
+        "streamId", "Zeb::ProbeStreamId", 0, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.streamId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, ProbeStreamRecord, Rix::Name, bool>(
+        "probeName", "Rix::Name -> bool", 1, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.probeName_; },
         [](ProbeStreamRecord& entity, Rix::Name const& key, bool value) { entity.probeNameIs(key, value); },
         [](ProbeStreamRecord& entity, Rix::Name const& key) { entity.probeNameDel(key); }));
-    visit(Rix::plainAttribute<ProbeStreamRecord, Fabric::SystemId>(
-        "sourceId", 2, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.sourceId_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamRecord, void, Fabric::SystemId>(
+        "sourceId", "Fabric::SystemId", 2, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.sourceId_; },
         [](ProbeStreamRecord& entity, Fabric::SystemId const& value) { entity.sourceIdIs(value); }));
-    visit(Rix::plainAttribute<ProbeStreamRecord, Fabric::SystemId>(
-        "destinationId", 3, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.destinationId_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStreamRecord, void, Fabric::SystemId>(
+        "destinationId", "Fabric::SystemId", 3, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.destinationId_; },
         [](ProbeStreamRecord& entity, Fabric::SystemId const& value) { entity.destinationIdIs(value); }));
-    visit(Rix::entitiesAttribute<ProbeStreamRecord, U8, Zeb::ProbeStreamEgressRecord>(
-        "egressRecord", 4, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.egressRecord_; },
-        [](ProbeStreamRecord& entity, Zeb::ProbeStreamEgressRecord::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeStreamRecord, U8, Zeb::ProbeStreamEgressRecord>(
+        "egressRecord", "U8 -> Zeb::ProbeStreamEgressRecord", 4, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.egressRecord_; },
+        [](ProbeStreamRecord& entity, typename Zeb::ProbeStreamEgressRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.egressRecordIs(each...); }, given);
         },
-        [](ProbeStreamRecord& entity, U8 key) { entity.egressRecordDel(key); }));
-    visit(Rix::entitiesAttribute<ProbeStreamRecord, U8, Zeb::ProbeStreamIngressRecord>(
-        "ingressRecord", 5, false, [](ProbeStreamRecord const& entity) -> auto const& { return entity.ingressRecord_; },
-        [](ProbeStreamRecord& entity, Zeb::ProbeStreamIngressRecord::RixConstants const& given) {
+        [](ProbeStreamRecord& entity, U8 key) { entity.egressRecordDel(key); },
+        [](ProbeStreamRecord& entity, Rix::Ptr<Zeb::ProbeStreamEgressRecord> const& made) {
+          entity.egressRecordAdopt(made);
+        }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeStreamRecord, U8, Zeb::ProbeStreamIngressRecord>(
+        "ingressRecord", "U8 -> Zeb::ProbeStreamIngressRecord", 5, false,
+        [](ProbeStreamRecord const& entity) -> auto const& { return entity.ingressRecord_; },
+        [](ProbeStreamRecord& entity, typename Zeb::ProbeStreamIngressRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.ingressRecordIs(each...); }, given);
         },
-        [](ProbeStreamRecord& entity, U8 key) { entity.ingressRecordDel(key); }));
+        [](ProbeStreamRecord& entity, U8 key) { entity.ingressRecordDel(key); },
+        [](ProbeStreamRecord& entity, Rix::Ptr<Zeb::ProbeStreamIngressRecord> const& made) {
+          entity.ingressRecordAdopt(made);
+        }));
   }
 
  private:
@@ -1205,21 +1453,40 @@ class ProbeStreamTable : public Rix::Entity {
   auto const& streamRecordIterator() const { return streamRecord_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStreamRecord* streamRecordIs(Zeb::ProbeStreamId const& streamId);
+  // Takes a finished member, whose key must be free.
+  void streamRecordAdopt(Rix::Ptr<Zeb::ProbeStreamRecord> const& made);
   void streamRecordDel(Zeb::ProbeStreamId const& key);
   void streamRecordDelAll();
   void streamRecordNotify(Zeb::ProbeStreamId const& key) { rixNotifyStreamRecord(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStreamTable* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStreamRecord(Zeb::ProbeStreamId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStreamTable, Rix::Name>(
-        "name", 0, false, [](ProbeStreamTable const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::entitiesAttribute<ProbeStreamTable, Zeb::ProbeStreamId, Zeb::ProbeStreamRecord>(
-        "streamRecord", 1, false, [](ProbeStreamTable const& entity) -> auto const& { return entity.streamRecord_; },
-        [](ProbeStreamTable& entity, Zeb::ProbeStreamRecord::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStreamTable, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ProbeStreamTable const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ProbeStreamTable, Zeb::ProbeStreamId, Zeb::ProbeStreamRecord>(
+        "streamRecord", "Zeb::ProbeStreamId -> Zeb::ProbeStreamRecord", 1, false,
+        [](ProbeStreamTable const& entity) -> auto const& { return entity.streamRecord_; },
+        [](ProbeStreamTable& entity, typename Zeb::ProbeStreamRecord::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.streamRecordIs(each...); }, given);
         },
-        [](ProbeStreamTable& entity, Zeb::ProbeStreamId const& key) { entity.streamRecordDel(key); }));
+        [](ProbeStreamTable& entity, Zeb::ProbeStreamId const& key) { entity.streamRecordDel(key); },
+        [](ProbeStreamTable& entity, Rix::Ptr<Zeb::ProbeStreamRecord> const& made) {
+          entity.streamRecordAdopt(made);
+        }));
   }
 
  private:
@@ -1273,14 +1540,28 @@ class PairDestinationStatus : public Rix::Entity {
   void streamDelAll();
   void streamNotify(Zeb::ProbeStreamId const& key) { rixNotifyStream(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(PairDestinationStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStream(Zeb::ProbeStreamId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<PairDestinationStatus, Fabric::SystemId>(
-        "destinationId", 0, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, PairDestinationStatus, void, Fabric::SystemId>(
+        "destinationId", "Fabric::SystemId", 0, false,
         [](PairDestinationStatus const& entity) -> auto const& { return entity.destinationId_; }));
-    visit(Rix::valuesAttribute<PairDestinationStatus, Zeb::ProbeStreamId, bool>(
-        "stream", 1, false, [](PairDestinationStatus const& entity) -> auto const& { return entity.stream_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, PairDestinationStatus, Zeb::ProbeStreamId, bool>(
+        "stream", "Zeb::ProbeStreamId -> bool", 1, false,
+        [](PairDestinationStatus const& entity) -> auto const& { return entity.stream_; },
         [](PairDestinationStatus& entity, Zeb::ProbeStreamId const& key, bool value) { entity.streamIs(key, value); },
         [](PairDestinationStatus& entity, Zeb::ProbeStreamId const& key) { entity.streamDel(key); }));
   }
@@ -1334,21 +1615,41 @@ class PairSourceStatus : public Rix::Entity {
   auto const& destinationIterator() const { return destination_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::PairDestinationStatus* destinationIs(Fabric::SystemId const& destinationId);
+  // Takes a finished member, whose key must be free.
+  void destinationAdopt(Rix::Ptr<Zeb::PairDestinationStatus> const& made);
   void destinationDel(Fabric::SystemId const& key);
   void destinationDelAll();
   void destinationNotify(Fabric::SystemId const& key) { rixNotifyDestination(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(PairSourceStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onDestination(Fabric::SystemId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<PairSourceStatus, Fabric::SystemId>(
-        "sourceId", 0, false, [](PairSourceStatus const& entity) -> auto const& { return entity.sourceId_; }));
-    visit(Rix::entitiesAttribute<PairSourceStatus, Fabric::SystemId, Zeb::PairDestinationStatus>(
-        "destination", 1, false, [](PairSourceStatus const& entity) -> auto const& { return entity.destination_; },
-        [](PairSourceStatus& entity, Zeb::PairDestinationStatus::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::constant, PairSourceStatus, void, Fabric::SystemId>(
+        "sourceId", "Fabric::SystemId", 0, false,
+        [](PairSourceStatus const& entity) -> auto const& { return entity.sourceId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, PairSourceStatus, Fabric::SystemId, Zeb::PairDestinationStatus>(
+        "destination", "Fabric::SystemId -> Zeb::PairDestinationStatus", 1, false,
+        [](PairSourceStatus const& entity) -> auto const& { return entity.destination_; },
+        [](PairSourceStatus& entity, typename Zeb::PairDestinationStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.destinationIs(each...); }, given);
         },
-        [](PairSourceStatus& entity, Fabric::SystemId const& key) { entity.destinationDel(key); }));
+        [](PairSourceStatus& entity, Fabric::SystemId const& key) { entity.destinationDel(key); },
+        [](PairSourceStatus& entity, Rix::Ptr<Zeb::PairDestinationStatus> const& made) {
+          entity.destinationAdopt(made);
+        }));
   }
 
  private:
@@ -1395,19 +1696,36 @@ class PairStreamStatus : public Rix::Entity {
   auto const& sourceIterator() const { return source_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::PairSourceStatus* sourceIs(Fabric::SystemId const& sourceId);
+  // Takes a finished member, whose key must be free.
+  void sourceAdopt(Rix::Ptr<Zeb::PairSourceStatus> const& made);
   void sourceDel(Fabric::SystemId const& key);
   void sourceDelAll();
   void sourceNotify(Fabric::SystemId const& key) { rixNotifySource(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(PairStreamStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onSource(Fabric::SystemId const& key) override { sink_.changed(0, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::entitiesAttribute<PairStreamStatus, Fabric::SystemId, Zeb::PairSourceStatus>(
-        "source", 0, false, [](PairStreamStatus const& entity) -> auto const& { return entity.source_; },
-        [](PairStreamStatus& entity, Zeb::PairSourceStatus::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, PairStreamStatus, Fabric::SystemId, Zeb::PairSourceStatus>(
+        "source", "Fabric::SystemId -> Zeb::PairSourceStatus", 0, false,
+        [](PairStreamStatus const& entity) -> auto const& { return entity.source_; },
+        [](PairStreamStatus& entity, typename Zeb::PairSourceStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.sourceIs(each...); }, given);
         },
-        [](PairStreamStatus& entity, Fabric::SystemId const& key) { entity.sourceDel(key); }));
+        [](PairStreamStatus& entity, Fabric::SystemId const& key) { entity.sourceDel(key); },
+        [](PairStreamStatus& entity, Rix::Ptr<Zeb::PairSourceStatus> const& made) { entity.sourceAdopt(made); }));
   }
 
  private:

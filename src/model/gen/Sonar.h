@@ -166,42 +166,65 @@ class TransmitterConfig : public Rix::Entity {
   }
   void genIdDel() { genIdIs(double{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(TransmitterConfig* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(1); }
+    void onSourceInterface(Netkit::IntfId const& key) override { sink_.changed(2, key); }
+    void onIpDest(Netkit::IpAddr const& key) override { sink_.changed(3, key); }
+    void onFullIpDest(Netkit::IpAddr const& key) override { sink_.changed(4, key); }
+    void onHopsRate(U16 key) override { sink_.changed(5, key); }
+    void onSourcePortConfig() override { sink_.changed(6); }
+    void onOptionalSourcePortList(U16 key) override { sink_.changed(7, key); }
+    void onGenId() override { sink_.changed(8); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<TransmitterConfig, Rix::Name>(
-        "name", 0, false, [](TransmitterConfig const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::plainAttribute<TransmitterConfig, bool>(
-        "enabled", 1, false, [](TransmitterConfig const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, TransmitterConfig, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](TransmitterConfig const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, TransmitterConfig, void, bool>(
+        "enabled", "bool", 1, false, [](TransmitterConfig const& entity) -> auto const& { return entity.enabled_; },
         [](TransmitterConfig& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::valuesAttribute<TransmitterConfig, Netkit::IntfId, bool>(
-        "sourceInterface", 2, false,
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterConfig, Netkit::IntfId, bool>(
+        "sourceInterface", "Netkit::IntfId -> bool", 2, false,
         [](TransmitterConfig const& entity) -> auto const& { return entity.sourceInterface_; },
         [](TransmitterConfig& entity, Netkit::IntfId const& key, bool value) { entity.sourceInterfaceIs(key, value); },
         [](TransmitterConfig& entity, Netkit::IntfId const& key) { entity.sourceInterfaceDel(key); }));
-    visit(Rix::valuesAttribute<TransmitterConfig, Netkit::IpAddr, bool>(
-        "ipDest", 3, false, [](TransmitterConfig const& entity) -> auto const& { return entity.ipDest_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterConfig, Netkit::IpAddr, bool>(
+        "ipDest", "Netkit::IpAddr -> bool", 3, false,
+        [](TransmitterConfig const& entity) -> auto const& { return entity.ipDest_; },
         [](TransmitterConfig& entity, Netkit::IpAddr const& key, bool value) { entity.ipDestIs(key, value); },
         [](TransmitterConfig& entity, Netkit::IpAddr const& key) { entity.ipDestDel(key); }));
-    visit(Rix::valuesAttribute<TransmitterConfig, Netkit::IpAddr, bool>(
-        "fullIpDest", 4, false, [](TransmitterConfig const& entity) -> auto const& { return entity.fullIpDest_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterConfig, Netkit::IpAddr, bool>(
+        "fullIpDest", "Netkit::IpAddr -> bool", 4, false,
+        [](TransmitterConfig const& entity) -> auto const& { return entity.fullIpDest_; },
         [](TransmitterConfig& entity, Netkit::IpAddr const& key, bool value) { entity.fullIpDestIs(key, value); },
         [](TransmitterConfig& entity, Netkit::IpAddr const& key) { entity.fullIpDestDel(key); }));
-    visit(Rix::valuesAttribute<TransmitterConfig, U16, Sonar::ProbeRate>(
-        "hopsRate", 5, false, [](TransmitterConfig const& entity) -> auto const& { return entity.hopsRate_; },
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterConfig, U16, Sonar::ProbeRate>(
+        "hopsRate", "U16 -> Sonar::ProbeRate", 5, false,
+        [](TransmitterConfig const& entity) -> auto const& { return entity.hopsRate_; },
         [](TransmitterConfig& entity, U16 key, Sonar::ProbeRate const& value) { entity.hopsRateIs(key, value); },
         [](TransmitterConfig& entity, U16 key) { entity.hopsRateDel(key); }));
-    visit(Rix::plainAttribute<TransmitterConfig, Sonar::SourcePortConfig>(
-        "sourcePortConfig", 6, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, TransmitterConfig, void, Sonar::SourcePortConfig>(
+        "sourcePortConfig", "Sonar::SourcePortConfig", 6, false,
         [](TransmitterConfig const& entity) -> auto const& { return entity.sourcePortConfig_; },
         [](TransmitterConfig& entity, Sonar::SourcePortConfig const& value) { entity.sourcePortConfigIs(value); }));
-    visit(Rix::valuesAttribute<TransmitterConfig, U16, bool>(
-        "optionalSourcePortList", 7, false,
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterConfig, U16, bool>(
+        "optionalSourcePortList", "U16 -> bool", 7, false,
         [](TransmitterConfig const& entity) -> auto const& { return entity.optionalSourcePortList_; },
         [](TransmitterConfig& entity, U16 key, bool value) { entity.optionalSourcePortListIs(key, value); },
         [](TransmitterConfig& entity, U16 key) { entity.optionalSourcePortListDel(key); }));
-    visit(Rix::plainAttribute<TransmitterConfig, double>(
-        "genId", 8, false, [](TransmitterConfig const& entity) -> auto const& { return entity.genId_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, TransmitterConfig, void, double>(
+        "genId", "double", 8, false, [](TransmitterConfig const& entity) -> auto const& { return entity.genId_; },
         [](TransmitterConfig& entity, double value) { entity.genIdIs(value); }));
   }
 
@@ -283,25 +306,44 @@ class Config : public Rix::Entity {
   auto const& transmitterIterator() const { return transmitter_; }
   // Finds or makes the member; what stands is not replaced.
   Sonar::TransmitterConfig* transmitterIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void transmitterAdopt(Rix::Ptr<Sonar::TransmitterConfig> const& made);
   void transmitterDel(Rix::Name const& key);
   void transmitterDelAll();
   void transmitterNotify(Rix::Name const& key) { rixNotifyTransmitter(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(Config* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(0); }
+    void onRobustness() override { sink_.changed(1); }
+    void onTransmitter(Rix::Name const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<Config, bool>(
-        "enabled", 0, false, [](Config const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Config, void, bool>(
+        "enabled", "bool", 0, false, [](Config const& entity) -> auto const& { return entity.enabled_; },
         [](Config& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::plainAttribute<Config, U32>(
-        "robustness", 1, false, [](Config const& entity) -> auto const& { return entity.robustness_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Config, void, U32>(
+        "robustness", "U32", 1, false, [](Config const& entity) -> auto const& { return entity.robustness_; },
         [](Config& entity, U32 value) { entity.robustnessIs(value); }));
-    visit(Rix::entitiesAttribute<Config, Rix::Name, Sonar::TransmitterConfig>(
-        "transmitter", 2, false, [](Config const& entity) -> auto const& { return entity.transmitter_; },
-        [](Config& entity, Sonar::TransmitterConfig::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, Config, Rix::Name, Sonar::TransmitterConfig>(
+        "transmitter", "Rix::Name -> Sonar::TransmitterConfig", 2, false,
+        [](Config const& entity) -> auto const& { return entity.transmitter_; },
+        [](Config& entity, typename Sonar::TransmitterConfig::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.transmitterIs(each...); }, given);
         },
-        [](Config& entity, Rix::Name const& key) { entity.transmitterDel(key); }));
+        [](Config& entity, Rix::Name const& key) { entity.transmitterDel(key); },
+        [](Config& entity, Rix::Ptr<Sonar::TransmitterConfig> const& made) { entity.transmitterAdopt(made); }));
   }
 
  private:
@@ -356,13 +398,28 @@ class TransmitterList : public Rix::Entity {
   void transmitterDelAll();
   void transmitterNotify(Rix::String8 const& key) { rixNotifyTransmitter(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(TransmitterList* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onTransmitter(Rix::String8 const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<TransmitterList, Sonar::EgressStream>(
-        "egressStream", 0, false, [](TransmitterList const& entity) -> auto const& { return entity.egressStream_; }));
-    visit(Rix::valuesAttribute<TransmitterList, Rix::String8, bool>(
-        "transmitter", 1, false, [](TransmitterList const& entity) -> auto const& { return entity.transmitter_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, TransmitterList, void, Sonar::EgressStream>(
+        "egressStream", "Sonar::EgressStream", 0, false,
+        [](TransmitterList const& entity) -> auto const& { return entity.egressStream_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, TransmitterList, Rix::String8, bool>(
+        "transmitter", "Rix::String8 -> bool", 1, false,
+        [](TransmitterList const& entity) -> auto const& { return entity.transmitter_; },
         [](TransmitterList& entity, Rix::String8 const& key, bool value) { entity.transmitterIs(key, value); },
         [](TransmitterList& entity, Rix::String8 const& key) { entity.transmitterDel(key); }));
   }
@@ -411,13 +468,26 @@ class TransmitterStatus : public Rix::Entity {
   }
   void streamsDel() { streamsIs(U32{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(TransmitterStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onStreams() override { sink_.changed(1); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<TransmitterStatus, Rix::Name>(
-        "name", 0, false, [](TransmitterStatus const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::plainAttribute<TransmitterStatus, U32>(
-        "streams", 1, false, [](TransmitterStatus const& entity) -> auto const& { return entity.streams_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, TransmitterStatus, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](TransmitterStatus const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, TransmitterStatus, void, U32>(
+        "streams", "U32", 1, false, [](TransmitterStatus const& entity) -> auto const& { return entity.streams_; },
         [](TransmitterStatus& entity, U32 value) { entity.streamsIs(value); }));
   }
 
@@ -483,6 +553,8 @@ class Status : public Rix::Entity {
   auto const& transmitterIterator() const { return transmitter_; }
   // Finds or makes the member; what stands is not replaced.
   Sonar::TransmitterStatus* transmitterIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void transmitterAdopt(Rix::Ptr<Sonar::TransmitterStatus> const& made);
   void transmitterDel(Rix::Name const& key);
   void transmitterDelAll();
   void transmitterNotify(Rix::Name const& key) { rixNotifyTransmitter(key); }
@@ -498,29 +570,49 @@ class Status : public Rix::Entity {
   auto const& streamTransmitterMapIterator() const { return streamTransmitterMap_; }
   // Finds or makes the member; what stands is not replaced.
   Sonar::TransmitterList* streamTransmitterMapIs(Sonar::EgressStream const& egressStream);
+  // Takes a finished member, whose key must be free.
+  void streamTransmitterMapAdopt(Rix::Ptr<Sonar::TransmitterList> const& made);
   void streamTransmitterMapDel(Sonar::EgressStream const& key);
   void streamTransmitterMapDelAll();
   void streamTransmitterMapNotify(Sonar::EgressStream const& key) { rixNotifyStreamTransmitterMap(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(Status* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onRunning() override { sink_.changed(0); }
+    void onTransmitter(Rix::Name const& key) override { sink_.changed(1, key); }
+    void onStreamTransmitterMap(Sonar::EgressStream const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<Status, bool>(
-        "running", 0, false, [](Status const& entity) -> auto const& { return entity.running_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, Status, void, bool>(
+        "running", "bool", 0, false, [](Status const& entity) -> auto const& { return entity.running_; },
         [](Status& entity, bool value) { entity.runningIs(value); }));
-    visit(Rix::entitiesAttribute<Status, Rix::Name, Sonar::TransmitterStatus>(
-        "transmitter", 1, false, [](Status const& entity) -> auto const& { return entity.transmitter_; },
-        [](Status& entity, Sonar::TransmitterStatus::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, Status, Rix::Name, Sonar::TransmitterStatus>(
+        "transmitter", "Rix::Name -> Sonar::TransmitterStatus", 1, false,
+        [](Status const& entity) -> auto const& { return entity.transmitter_; },
+        [](Status& entity, typename Sonar::TransmitterStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.transmitterIs(each...); }, given);
         },
-        [](Status& entity, Rix::Name const& key) { entity.transmitterDel(key); }));
-    visit(Rix::entitiesAttribute<Status, Sonar::EgressStream, Sonar::TransmitterList>(
-        "streamTransmitterMap", 2, false,
+        [](Status& entity, Rix::Name const& key) { entity.transmitterDel(key); },
+        [](Status& entity, Rix::Ptr<Sonar::TransmitterStatus> const& made) { entity.transmitterAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, Status, Sonar::EgressStream, Sonar::TransmitterList>(
+        "streamTransmitterMap", "Sonar::EgressStream -> Sonar::TransmitterList", 2, false,
         [](Status const& entity) -> auto const& { return entity.streamTransmitterMap_; },
-        [](Status& entity, Sonar::TransmitterList::RixConstants const& given) {
+        [](Status& entity, typename Sonar::TransmitterList::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.streamTransmitterMapIs(each...); }, given);
         },
-        [](Status& entity, Sonar::EgressStream const& key) { entity.streamTransmitterMapDel(key); }));
+        [](Status& entity, Sonar::EgressStream const& key) { entity.streamTransmitterMapDel(key); },
+        [](Status& entity, Rix::Ptr<Sonar::TransmitterList> const& made) { entity.streamTransmitterMapAdopt(made); }));
   }
 
  private:

@@ -69,24 +69,45 @@ class ZebClient : public Rix::Entity {
   auto const& reachabilityGroupIterator() const { return reachabilityGroup_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ClientReachabilityGroup* reachabilityGroupIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void reachabilityGroupAdopt(Rix::Ptr<Zeb::ClientReachabilityGroup> const& made);
   void reachabilityGroupDel(Rix::Name const& key);
   void reachabilityGroupDelAll();
   void reachabilityGroupNotify(Rix::Name const& key) { rixNotifyReachabilityGroup(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebClient* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onHostname() override { sink_.changed(1); }
+    void onReachabilityGroup(Rix::Name const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ZebClient, Fabric::SystemId>(
-        "systemId", 0, false, [](ZebClient const& entity) -> auto const& { return entity.systemId_; }));
-    visit(Rix::plainAttribute<ZebClient, Rix::String8>(
-        "hostname", 1, false, [](ZebClient const& entity) -> auto const& { return entity.hostname_; },
+    visit(Rix::attribute<Rix::AttributeKind::constant, ZebClient, void, Fabric::SystemId>(
+        "systemId", "Fabric::SystemId", 0, false,
+        [](ZebClient const& entity) -> auto const& { return entity.systemId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebClient, void, Rix::String8>(
+        "hostname", "Rix::String8", 1, false, [](ZebClient const& entity) -> auto const& { return entity.hostname_; },
         [](ZebClient& entity, Rix::String8 const& value) { entity.hostnameIs(value); }));
-    visit(Rix::entitiesAttribute<ZebClient, Rix::Name, Zeb::ClientReachabilityGroup>(
-        "reachabilityGroup", 2, false, [](ZebClient const& entity) -> auto const& { return entity.reachabilityGroup_; },
-        [](ZebClient& entity, Zeb::ClientReachabilityGroup::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebClient, Rix::Name, Zeb::ClientReachabilityGroup>(
+        "reachabilityGroup", "Rix::Name -> Zeb::ClientReachabilityGroup", 2, false,
+        [](ZebClient const& entity) -> auto const& { return entity.reachabilityGroup_; },
+        [](ZebClient& entity, typename Zeb::ClientReachabilityGroup::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.reachabilityGroupIs(each...); }, given);
         },
-        [](ZebClient& entity, Rix::Name const& key) { entity.reachabilityGroupDel(key); }));
+        [](ZebClient& entity, Rix::Name const& key) { entity.reachabilityGroupDel(key); },
+        [](ZebClient& entity, Rix::Ptr<Zeb::ClientReachabilityGroup> const& made) {
+          entity.reachabilityGroupAdopt(made);
+        }));
   }
 
  private:
@@ -159,15 +180,31 @@ class ReachabilityGroup : public Rix::Entity {
   void probeDelAll();
   void probeNotify(Rix::Name const& key) { rixNotifyProbe(key); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ReachabilityGroup* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onMember(Fabric::SystemId const& key) override { sink_.changed(1, key); }
+    void onProbe(Rix::Name const& key) override { sink_.changed(2, key); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ReachabilityGroup, Rix::Name>(
-        "name", 0, false, [](ReachabilityGroup const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::referencesAttribute<ReachabilityGroup, Fabric::SystemId, Zeb::ZebClient>(
-        "member", 1, false, [](ReachabilityGroup const& entity) -> auto const& { return entity.member_; }));
-    visit(Rix::referencesAttribute<ReachabilityGroup, Rix::Name, Zeb::ZebProbeConfig>(
-        "probe", 2, false, [](ReachabilityGroup const& entity) -> auto const& { return entity.probe_; }));
+    visit(Rix::attribute<Rix::AttributeKind::constant, ReachabilityGroup, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ReachabilityGroup const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::references, ReachabilityGroup, Fabric::SystemId, Zeb::ZebClient>(
+        "member", "Fabric::SystemId -> Zeb::ZebClient", 1, false,
+        [](ReachabilityGroup const& entity) -> auto const& { return entity.member_; }));
+    visit(Rix::attribute<Rix::AttributeKind::references, ReachabilityGroup, Rix::Name, Zeb::ZebProbeConfig>(
+        "probe", "Rix::Name -> Zeb::ZebProbeConfig", 2, false,
+        [](ReachabilityGroup const& entity) -> auto const& { return entity.probe_; }));
   }
 
  private:
@@ -287,32 +324,53 @@ class ProbeStatus : public Rix::Entity {
   }
   void maxLoadedSwitchRxCountDel() { maxLoadedSwitchRxCountIs(U32{}); }
 
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ProbeStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onActiveStreamCount() override { sink_.changed(1); }
+    void onTxCount() override { sink_.changed(2); }
+    void onRxCount() override { sink_.changed(3); }
+    void onLossCount() override { sink_.changed(4); }
+    void onMaxHopDistance() override { sink_.changed(5); }
+    void onMaxLoadedSwitch() override { sink_.changed(6); }
+    void onMaxLoadedSwitchRxCount() override { sink_.changed(7); }
+
+   private:
+    Sink& sink_;
+  };
+
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::constantAttribute<ProbeStatus, Rix::Name>(
-        "name", 0, false, [](ProbeStatus const& entity) -> auto const& { return entity.name_; }));
-    visit(Rix::plainAttribute<ProbeStatus, U32>(
-        "activeStreamCount", 1, false,
+    visit(Rix::attribute<Rix::AttributeKind::constant, ProbeStatus, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ProbeStatus const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U32>(
+        "activeStreamCount", "U32", 1, false,
         [](ProbeStatus const& entity) -> auto const& { return entity.activeStreamCount_; },
         [](ProbeStatus& entity, U32 value) { entity.activeStreamCountIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, U32>(
-        "txCount", 2, false, [](ProbeStatus const& entity) -> auto const& { return entity.txCount_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U32>(
+        "txCount", "U32", 2, false, [](ProbeStatus const& entity) -> auto const& { return entity.txCount_; },
         [](ProbeStatus& entity, U32 value) { entity.txCountIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, U32>(
-        "rxCount", 3, false, [](ProbeStatus const& entity) -> auto const& { return entity.rxCount_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U32>(
+        "rxCount", "U32", 3, false, [](ProbeStatus const& entity) -> auto const& { return entity.rxCount_; },
         [](ProbeStatus& entity, U32 value) { entity.rxCountIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, U32>(
-        "lossCount", 4, false, [](ProbeStatus const& entity) -> auto const& { return entity.lossCount_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U32>(
+        "lossCount", "U32", 4, false, [](ProbeStatus const& entity) -> auto const& { return entity.lossCount_; },
         [](ProbeStatus& entity, U32 value) { entity.lossCountIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, U8>(
-        "maxHopDistance", 5, false, [](ProbeStatus const& entity) -> auto const& { return entity.maxHopDistance_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U8>(
+        "maxHopDistance", "U8", 5, false,
+        [](ProbeStatus const& entity) -> auto const& { return entity.maxHopDistance_; },
         [](ProbeStatus& entity, U8 value) { entity.maxHopDistanceIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, Rix::String8>(
-        "maxLoadedSwitch", 6, false, [](ProbeStatus const& entity) -> auto const& { return entity.maxLoadedSwitch_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, Rix::String8>(
+        "maxLoadedSwitch", "Rix::String8", 6, false,
+        [](ProbeStatus const& entity) -> auto const& { return entity.maxLoadedSwitch_; },
         [](ProbeStatus& entity, Rix::String8 const& value) { entity.maxLoadedSwitchIs(value); }));
-    visit(Rix::plainAttribute<ProbeStatus, U32>(
-        "maxLoadedSwitchRxCount", 7, false,
+    visit(Rix::attribute<Rix::AttributeKind::plain, ProbeStatus, void, U32>(
+        "maxLoadedSwitchRxCount", "U32", 7, false,
         [](ProbeStatus const& entity) -> auto const& { return entity.maxLoadedSwitchRxCount_; },
         [](ProbeStatus& entity, U32 value) { entity.maxLoadedSwitchRxCountIs(value); }));
   }
@@ -398,6 +456,8 @@ class ZebStatus : public Rix::Entity {
   auto const& clientIterator() const { return client_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ZebClient* clientIs(Fabric::SystemId const& systemId);
+  // Takes a finished member, whose key must be free.
+  void clientAdopt(Rix::Ptr<Zeb::ZebClient> const& made);
   void clientDel(Fabric::SystemId const& key);
   void clientDelAll();
   void clientNotify(Fabric::SystemId const& key) { rixNotifyClient(key); }
@@ -409,6 +469,8 @@ class ZebStatus : public Rix::Entity {
   auto const& groupIterator() const { return group_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ReachabilityGroup* groupIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void groupAdopt(Rix::Ptr<Zeb::ReachabilityGroup> const& made);
   void groupDel(Rix::Name const& key);
   void groupDelAll();
   void groupNotify(Rix::Name const& key) { rixNotifyGroup(key); }
@@ -419,6 +481,8 @@ class ZebStatus : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::ProbeLossStatus* lossStatusIs();
   void lossStatusDel();
+  // Takes a finished one. None may stand.
+  void lossStatusAdopt(Rix::Ptr<Zeb::ProbeLossStatus> const& made);
 
   // figures by probe. Written by stats engine.
   Zeb::ProbeStatus* probeStatus(Rix::Name const& key) { return probeStatus_.find(key); }
@@ -427,6 +491,8 @@ class ZebStatus : public Rix::Entity {
   auto const& probeStatusIterator() const { return probeStatus_; }
   // Finds or makes the member; what stands is not replaced.
   Zeb::ProbeStatus* probeStatusIs(Rix::Name const& name);
+  // Takes a finished member, whose key must be free.
+  void probeStatusAdopt(Rix::Ptr<Zeb::ProbeStatus> const& made);
   void probeStatusDel(Rix::Name const& key);
   void probeStatusDelAll();
   void probeStatusNotify(Rix::Name const& key) { rixNotifyProbeStatus(key); }
@@ -437,43 +503,73 @@ class ZebStatus : public Rix::Entity {
   // Returns what stands, or makes it.
   Zeb::PairStreamStatus* pairStreamStatusIs();
   void pairStreamStatusDel();
+  // Takes a finished one. None may stand.
+  void pairStreamStatusAdopt(Rix::Ptr<Zeb::PairStreamStatus> const& made);
+
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebStatus* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onEnabled() override { sink_.changed(0); }
+    void onClient(Fabric::SystemId const& key) override { sink_.changed(1, key); }
+    void onGroup(Rix::Name const& key) override { sink_.changed(2, key); }
+    void onLossStatus() override { sink_.changed(3); }
+    void onProbeStatus(Rix::Name const& key) override { sink_.changed(4, key); }
+    void onPairStreamStatus() override { sink_.changed(5); }
+
+   private:
+    Sink& sink_;
+  };
 
   // Calls visit(descriptor) for every attribute, in order.
   template <class Visit>
   static void rixVisit(Visit&& visit) {
-    visit(Rix::plainAttribute<ZebStatus, bool>(
-        "enabled", 0, false, [](ZebStatus const& entity) -> auto const& { return entity.enabled_; },
+    visit(Rix::attribute<Rix::AttributeKind::plain, ZebStatus, void, bool>(
+        "enabled", "bool", 0, false, [](ZebStatus const& entity) -> auto const& { return entity.enabled_; },
         [](ZebStatus& entity, bool value) { entity.enabledIs(value); }));
-    visit(Rix::entitiesAttribute<ZebStatus, Fabric::SystemId, Zeb::ZebClient>(
-        "client", 1, false, [](ZebStatus const& entity) -> auto const& { return entity.client_; },
-        [](ZebStatus& entity, Zeb::ZebClient::RixConstants const& given) {
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebStatus, Fabric::SystemId, Zeb::ZebClient>(
+        "client", "Fabric::SystemId -> Zeb::ZebClient", 1, false,
+        [](ZebStatus const& entity) -> auto const& { return entity.client_; },
+        [](ZebStatus& entity, typename Zeb::ZebClient::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.clientIs(each...); }, given);
         },
-        [](ZebStatus& entity, Fabric::SystemId const& key) { entity.clientDel(key); }));
-    visit(Rix::entitiesAttribute<ZebStatus, Rix::Name, Zeb::ReachabilityGroup>(
-        "group", 2, false, [](ZebStatus const& entity) -> auto const& { return entity.group_; },
-        [](ZebStatus& entity, Zeb::ReachabilityGroup::RixConstants const& given) {
+        [](ZebStatus& entity, Fabric::SystemId const& key) { entity.clientDel(key); },
+        [](ZebStatus& entity, Rix::Ptr<Zeb::ZebClient> const& made) { entity.clientAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebStatus, Rix::Name, Zeb::ReachabilityGroup>(
+        "group", "Rix::Name -> Zeb::ReachabilityGroup", 2, false,
+        [](ZebStatus const& entity) -> auto const& { return entity.group_; },
+        [](ZebStatus& entity, typename Zeb::ReachabilityGroup::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.groupIs(each...); }, given);
         },
-        [](ZebStatus& entity, Rix::Name const& key) { entity.groupDel(key); }));
-    visit(Rix::ownedAttribute<ZebStatus, Zeb::ProbeLossStatus>(
-        "lossStatus", 3, false, [](ZebStatus const& entity) -> auto const& { return entity.lossStatus_; },
-        [](ZebStatus& entity, Zeb::ProbeLossStatus::RixConstants const& given) {
+        [](ZebStatus& entity, Rix::Name const& key) { entity.groupDel(key); },
+        [](ZebStatus& entity, Rix::Ptr<Zeb::ReachabilityGroup> const& made) { entity.groupAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::owned, ZebStatus, void, Zeb::ProbeLossStatus>(
+        "lossStatus", "Zeb::ProbeLossStatus", 3, false,
+        [](ZebStatus const& entity) -> auto const& { return entity.lossStatus_; },
+        [](ZebStatus& entity, typename Zeb::ProbeLossStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.lossStatusIs(each...); }, given);
         },
-        [](ZebStatus& entity) { entity.lossStatusDel(); }));
-    visit(Rix::entitiesAttribute<ZebStatus, Rix::Name, Zeb::ProbeStatus>(
-        "probeStatus", 4, false, [](ZebStatus const& entity) -> auto const& { return entity.probeStatus_; },
-        [](ZebStatus& entity, Zeb::ProbeStatus::RixConstants const& given) {
+        [](ZebStatus& entity) { entity.lossStatusDel(); },
+        [](ZebStatus& entity, Rix::Ptr<Zeb::ProbeLossStatus> const& made) { entity.lossStatusAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, ZebStatus, Rix::Name, Zeb::ProbeStatus>(
+        "probeStatus", "Rix::Name -> Zeb::ProbeStatus", 4, false,
+        [](ZebStatus const& entity) -> auto const& { return entity.probeStatus_; },
+        [](ZebStatus& entity, typename Zeb::ProbeStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.probeStatusIs(each...); }, given);
         },
-        [](ZebStatus& entity, Rix::Name const& key) { entity.probeStatusDel(key); }));
-    visit(Rix::ownedAttribute<ZebStatus, Zeb::PairStreamStatus>(
-        "pairStreamStatus", 5, false, [](ZebStatus const& entity) -> auto const& { return entity.pairStreamStatus_; },
-        [](ZebStatus& entity, Zeb::PairStreamStatus::RixConstants const& given) {
+        [](ZebStatus& entity, Rix::Name const& key) { entity.probeStatusDel(key); },
+        [](ZebStatus& entity, Rix::Ptr<Zeb::ProbeStatus> const& made) { entity.probeStatusAdopt(made); }));
+    visit(Rix::attribute<Rix::AttributeKind::owned, ZebStatus, void, Zeb::PairStreamStatus>(
+        "pairStreamStatus", "Zeb::PairStreamStatus", 5, false,
+        [](ZebStatus const& entity) -> auto const& { return entity.pairStreamStatus_; },
+        [](ZebStatus& entity, typename Zeb::PairStreamStatus::RixConstants const& given) {
           return std::apply([&](auto const&... each) { return entity.pairStreamStatusIs(each...); }, given);
         },
-        [](ZebStatus& entity) { entity.pairStreamStatusDel(); }));
+        [](ZebStatus& entity) { entity.pairStreamStatusDel(); },
+        [](ZebStatus& entity, Rix::Ptr<Zeb::PairStreamStatus> const& made) { entity.pairStreamStatusAdopt(made); }));
   }
 
  private:

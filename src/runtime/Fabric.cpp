@@ -1,0 +1,56 @@
+// Declaring a service.
+#include "runtime/Fabric.h"
+
+#include <algorithm>
+
+namespace Fabric {
+
+void FabricdbServiceMounter::doMountsComplete(Rix::String8, Rix::Ptr<Atlas::EntityManager> const&) {}
+void FabricdbServiceMounter::doHandleFabricMountState(SystemId const&, Rix::String8, MountState) {}
+void FabricdbServiceMounter::doInitialSwitchMountsComplete(Rix::String8, Rix::Ptr<Atlas::EntityManager> const&) {}
+
+bool VersionWhiteList::admits(U32 version) const {
+  return std::any_of(ranges_.begin(), ranges_.end(), [version](auto const& range) {
+    return range.first <= version && version <= range.second;
+  });
+}
+
+void FabricdbServiceMountGroup::fabricMountIs(std::string_view switchPath, std::string_view centralPath,
+                                              std::string_view type, std::string_view mode) {
+  RIX_ASSERT(!closed_, name_);
+  fabricMounts_.push_back({std::string(switchPath), std::string(centralPath), std::string(type), std::string(mode)});
+}
+
+PerSwitchPublishMount* FabricdbServiceMountGroup::perSwitchPublishMountIs(std::string_view centralPath,
+                                                                          std::string_view switchPath,
+                                                                          std::string_view type) {
+  RIX_ASSERT(!closed_, name_);
+  publishMounts_.push_back(Rix::make<PerSwitchPublishMount>(std::string(centralPath), std::string(switchPath),
+                                                            std::string(type)));
+  return publishMounts_.back().get();
+}
+
+FabricdbServiceMountGroup* FabricdbService::serviceMountGroupIs(Rix::Name const& name,
+                                                                Rix::Ptr<FabricdbServiceMounter> const& mounter) {
+  for (auto const& group : mountGroups_) {
+    if (group->name() == name) return group.get();
+  }
+  mountGroups_.push_back(Rix::make<FabricdbServiceMountGroup>(name, mounter));
+  return mountGroups_.back().get();
+}
+
+Rix::Ptr<VersionWhiteList> FabricdbService::versionWhiteListIs(Rix::Name const& name) {
+  for (auto const& list : versionWhiteLists_) {
+    if (list->name() == name) return list;
+  }
+  versionWhiteLists_.push_back(Rix::make<VersionWhiteList>(name));
+  return versionWhiteLists_.back();
+}
+
+void FabricdbService::closedIs(bool closed) {
+  if (closed_ == closed) return;
+  closed_ = closed;
+  if (closed_ && host_) host_->serviceClosed(Rix::Ptr<FabricdbService>(this));
+}
+
+}  // namespace Fabric
