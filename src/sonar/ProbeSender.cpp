@@ -34,6 +34,8 @@ struct ProbeSender::Batch {
     sockaddr_in destination{};
     iovec data{};
     alignas(cmsghdr) std::array<U8, CMSG_SPACE(sizeof(int))> control{};
+
+    cmsghdr* hopLimit() { return static_cast<cmsghdr*>(static_cast<void*>(control.data())); }
   };
 
   std::array<Message, batchSize> messages;
@@ -52,7 +54,7 @@ struct ProbeSender::Batch {
       header.msg_iovlen = 1;
       header.msg_control = message.control.data();
       header.msg_controllen = message.control.size();
-      cmsghdr* const control = CMSG_FIRSTHDR(&header);
+      cmsghdr* const control = message.hopLimit();
       control->cmsg_level = IPPROTO_IP;
       control->cmsg_type = IP_TTL;
       control->cmsg_len = CMSG_LEN(sizeof(int));
@@ -66,7 +68,7 @@ struct ProbeSender::Batch {
     message.destination.sin_addr.s_addr = htonl(probe.flow.destination.value());
     message.destination.sin_port = htons(probe.flow.destinationPort);
     int const ttl = probe.probe.ttl;
-    std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&headers[count].msg_hdr)), &ttl, sizeof ttl);
+    std::memcpy(CMSG_DATA(message.hopLimit()), &ttl, sizeof ttl);
     places[count++] = place;
   }
 };

@@ -244,7 +244,8 @@ void SenderPlan::schedule() {
 }
 
 Rix::Seconds SenderPlan::nextDue() const {
-  return due_.empty() ? Rix::never : due_.front().when;
+  if (due_.empty()) return Rix::never;
+  return due_.front().when;
 }
 
 void SenderPlan::takeDue(Rix::Seconds now, std::size_t most, std::vector<OutgoingProbe>& probes) {

@@ -27,8 +27,8 @@ Service::Service(Options options, Surroundings const& surroundings)
 }
 
 Rix::Seconds Service::nextDeadline() const {
-  Rix::Seconds const sweep = receiver_.rows() > 0 ? nextSweep_ : Rix::never;
-  return std::min(sweep, std::max(sender_.nextDue(), nextSend_));
+  Rix::Seconds const send = std::max(sender_.nextDue(), nextSend_);
+  return receiver_.rows() > 0 ? std::min(nextSweep_, send) : send;
 }
 
 void Service::onReadable(Rix::Seconds now) {
