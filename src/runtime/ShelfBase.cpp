@@ -228,7 +228,7 @@ namespace Util {
 
 std::string writeCorruptionFile(Storage& storage, const RootPath& root, const std::string& shelfName,
                                 std::string_view text) {
-  const std::string path = root.file(shelfName) + ".corruption";
+  std::string path = root.file(shelfName) + ".corruption";
   storage.textFileIs(path, std::string(text) + "\n");
   return path;
 }
