@@ -19,19 +19,19 @@ struct SwitchRecordSm : Rix::Reactor<SwitchRecordSm> {
   struct RixTable : Rix::Watch<RixTable, ProbeStreamTable const, SwitchRecordSm> {
     using Watch::Watch;
     void onStreamRecord(ProbeStreamId const& id) override {
-      if (id == owner().id) owner().record_.notifierIs(notifier()->streamRecord(id));
+      if (id == owner().followedId) owner().record_.notifierIs(notifier()->streamRecord(id));
     }
   };
   struct RixRecord : Rix::Watch<RixRecord, ProbeStreamRecord const, SwitchRecordSm> {
     using Watch::Watch;
     void onIngressRecord(U8 ttl) override {
-      if (ttl == owner().ttl) owner().ingress_.notifierIs(notifier()->ingressRecord(ttl));
+      if (ttl == owner().followedTtl) owner().ingress_.notifierIs(notifier()->ingressRecord(ttl));
     }
   };
   struct RixIngress : Rix::Watch<RixIngress, ProbeStreamIngressRecord const, SwitchRecordSm> {
     using Watch::Watch;
     void onSwitchIngressRecord(Fabric::SystemId const& reporter) override {
-      if (!(reporter == owner().reporter)) return;
+      if (!(reporter == owner().followedReporter)) return;
       owner().switch_.notifierIs(notifier()->switchIngressRecord(reporter));
       owner().takeStats();
     }
@@ -55,9 +55,9 @@ struct SwitchRecordSm : Rix::Reactor<SwitchRecordSm> {
     void onProbesMisordered() override { owner().note("probesMisordered"); }
     void onProbesDuplicated() override { owner().note("probesDuplicated"); }
   };
-  SwitchRecordSm(Rix::Ptr<ProbeStreamTable const> const& table, ProbeStreamId const& followedId, U8 followedTtl,
-                 Fabric::SystemId const& followedReporter)
-      : id(followedId), ttl(followedTtl), reporter(followedReporter) {
+  SwitchRecordSm(Rix::Ptr<ProbeStreamTable const> const& table, ProbeStreamId const& id, U8 ttl,
+                 Fabric::SystemId const& reporter)
+      : followedId(id), followedTtl(ttl), followedReporter(reporter) {
     table_.notifierIs(table);
   }
   // Its own direct targets, where a test has no table.
@@ -76,9 +76,9 @@ struct SwitchRecordSm : Rix::Reactor<SwitchRecordSm> {
   void takeStats() { stats_.notifierIs(switch_ ? switch_->ingressStats() : nullptr); }
   void note(std::string text) { heard.push_back(std::move(text)); }
 
-  ProbeStreamId id;
-  U8 ttl = 0;
-  Fabric::SystemId reporter;
+  ProbeStreamId followedId;
+  U8 followedTtl = 0;
+  Fabric::SystemId followedReporter;
   Heard heard;
   RixTable table_{this};
   RixRecord record_{this};
