@@ -9,11 +9,15 @@
 #include <random>
 #include <string>
 
+#include "lab/CentreBody.h"
 #include "lab/Command.h"
+#include "lab/Demo.h"
 #include "lab/Flows.h"
 #include "lab/Lab.h"
 #include "lab/Scenario.h"
+#include "lab/SwitchBody.h"
 #include "lab/Topology.h"
+#include "sonar/Probe.h"
 
 namespace {
 
@@ -49,7 +53,9 @@ int run(const Arguments& arguments) {
   }
   Lab::RunOptions options;
   options.seed = arguments.seed ? *arguments.seed : scenario.seed ? *scenario.seed : std::random_device()();
-  options.probePort = 17439;
+  options.bodies.centre = Lab::runCentre;
+  options.bodies.agent = [](const Lab::NodeContext& context) { return Lab::runSwitch(context, {}); };
+  options.probePort = Sonar::probePort;
   options.tell = [](double time, const std::string& line) {
     std::fprintf(stderr, "%7.2f  %s\n", time, line.c_str());
     std::fflush(stderr);
@@ -79,8 +85,17 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   runCommand->add_option("--seed", arguments.seed,
                          "of all that is left to chance; else the scenario's, else a new one");
+  Lab::DemoOptions demo;
+  bool noFault = false;
+  CLI::App* demoCommand = app.add_subcommand("demo", "a small fabric, a silent loss, and the line that names its place");
+  demoCommand->add_flag("--no-fault", noFault, "drop nothing: the fabric is healthy");
+  demoCommand->add_option("--link", demo.link, "the direction to drop, as FROM:TO")->capture_default_str();
+  demoCommand->add_flag("--tap-closed", demo.tapClosed, "let the probing service see no probe");
+  demoCommand->add_option("--seed", demo.seed, "of all that is left to chance")->capture_default_str();
   try {
     app.parse(argc, argv);
+    demo.fault = !noFault;
+    if (demoCommand->parsed()) return Lab::runDemo(demo) ? 0 : 1;
     return checkCommand->parsed() ? check(arguments) : run(arguments);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 1;
