@@ -1,4 +1,4 @@
-// Declaring a service.
+// Declaring a service: what an agent says of its groups and mounts before it closes them. Nothing here moves data.
 #include "runtime/Fabric.h"
 
 #include <algorithm>
