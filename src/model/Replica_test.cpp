@@ -647,15 +647,16 @@ TEST(Json, TellsEveryAttributeByItsName) {
   order.hopsRateIs(1, {10, 2});
   order.ipDestIs(Netkit::IpAddr(0x0a000001), true);
   order.sourceInterfaceIs(Netkit::IntfId("lo"), true);
-  EXPECT_EQ(Rix::jsonText(order),
-            R"({"name":"p1:\"a\"","enabled":false,"sourceInterface":{"lo":true},"ipDest":{"10.0.0.1":true},)"
-            R"("hopsRate":{"1":")" +
-                [&] {
-                  std::ostringstream text;
-                  text << order.hopsRate(1);
-                  return text.str();
-                }() +
-                R"("},"port":{}})");
+  EXPECT_EQ(
+      Rix::jsonText(order),
+      R"({"name":"p1:\"a\"","enabled":false,"sourceInterface":{"lo":true},"ipDest":{"10.0.0.1":true},)"
+      R"("hopsRate":{"1":")" +
+          [&] {
+            std::ostringstream text;
+            text << order.hopsRate(1);
+            return text.str();
+          }() +
+          R"("},"port":{}})");
 }
 
 }  // namespace

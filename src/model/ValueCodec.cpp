@@ -40,13 +40,23 @@ void decodeValue(Rix::ByteReader& reader, EthAddr& value) {
   value = EthAddr(bytes);
 }
 
-void encodeValue(Rix::ByteWriter& writer, IpAddr value) { writer.fixed(value.value()); }
-void decodeValue(Rix::ByteReader& reader, IpAddr& value) { value = IpAddr(reader.fixed<U32>("IP address")); }
+void encodeValue(Rix::ByteWriter& writer, IpAddr value) {
+  writer.fixed(value.value());
+}
+void decodeValue(Rix::ByteReader& reader, IpAddr& value) {
+  value = IpAddr(reader.fixed<U32>("IP address"));
+}
 
-void encodeValue(Rix::ByteWriter& writer, IpProto value) { writer.fixed(value.value()); }
-void decodeValue(Rix::ByteReader& reader, IpProto& value) { value = IpProto(reader.fixed<U8>("IP protocol")); }
+void encodeValue(Rix::ByteWriter& writer, IpProto value) {
+  writer.fixed(value.value());
+}
+void decodeValue(Rix::ByteReader& reader, IpProto& value) {
+  value = IpProto(reader.fixed<U8>("IP protocol"));
+}
 
-void encodeValue(Rix::ByteWriter& writer, IntfId value) { writer.text(value.view()); }
+void encodeValue(Rix::ByteWriter& writer, IntfId value) {
+  writer.text(value.view());
+}
 void decodeValue(Rix::ByteReader& reader, IntfId& value) {
   std::string_view const name = reader.text("interface", IntfId::maxNameLength);
   try {
@@ -60,14 +70,20 @@ void decodeValue(Rix::ByteReader& reader, IntfId& value) {
 
 namespace Bridging {
 
-void encodeValue(Rix::ByteWriter& writer, VlanIdOrNone value) { writer.fixed(value.value()); }
-void decodeValue(Rix::ByteReader& reader, VlanIdOrNone& value) { value = VlanIdOrNone(reader.fixed<U16>("VLAN")); }
+void encodeValue(Rix::ByteWriter& writer, VlanIdOrNone value) {
+  writer.fixed(value.value());
+}
+void decodeValue(Rix::ByteReader& reader, VlanIdOrNone& value) {
+  value = VlanIdOrNone(reader.fixed<U16>("VLAN"));
+}
 
 }  // namespace Bridging
 
 namespace Fabric {
 
-void encodeValue(Rix::ByteWriter& writer, SystemId const& value) { encodeValue(writer, value.ethAddr()); }
+void encodeValue(Rix::ByteWriter& writer, SystemId const& value) {
+  encodeValue(writer, value.ethAddr());
+}
 void decodeValue(Rix::ByteReader& reader, SystemId& value) {
   value = SystemId(Rix::decoded<Netkit::EthAddr>(reader));
 }
@@ -76,8 +92,12 @@ void decodeValue(Rix::ByteReader& reader, SystemId& value) {
 
 namespace Sonar {
 
-void encodeValue(Rix::ByteWriter& writer, Epoch value) { writer.variable(value.value); }
-void decodeValue(Rix::ByteReader& reader, Epoch& value) { value.value = reader.variable("epoch"); }
+void encodeValue(Rix::ByteWriter& writer, Epoch value) {
+  writer.variable(value.value);
+}
+void decodeValue(Rix::ByteReader& reader, Epoch& value) {
+  value.value = reader.variable("epoch");
+}
 
 void encodeValue(Rix::ByteWriter& writer, ProbeRate const& value) {
   writer.fixed(value.rate);
@@ -123,7 +143,9 @@ void decodeFields(Rix::ByteReader& reader, ProbeStreamId::Fields& value) {
 
 }  // namespace
 
-void encodeValue(Rix::ByteWriter& writer, ProbeStreamId const& value) { encodeFields(writer, value.fields()); }
+void encodeValue(Rix::ByteWriter& writer, ProbeStreamId const& value) {
+  encodeFields(writer, value.fields());
+}
 void decodeValue(Rix::ByteReader& reader, ProbeStreamId& value) {
   ProbeStreamId::Fields fields;
   decodeFields(reader, fields);
@@ -139,12 +161,16 @@ void decodeValue(Rix::ByteReader& reader, ZebProbeRate& value) {
   value.scale = reader.fixed<U16>("scale");
 }
 
-void encodeValue(Rix::ByteWriter& writer, EventType value) { writer.fixed(static_cast<U8>(value)); }
+void encodeValue(Rix::ByteWriter& writer, EventType value) {
+  writer.fixed(static_cast<U8>(value));
+}
 void decodeValue(Rix::ByteReader& reader, EventType& value) {
   decodeEnumeration(reader, value, EventType::eventProbesReceived);
 }
 
-void encodeValue(Rix::ByteWriter& writer, LossRecordType value) { writer.fixed(static_cast<U8>(value)); }
+void encodeValue(Rix::ByteWriter& writer, LossRecordType value) {
+  writer.fixed(static_cast<U8>(value));
+}
 void decodeValue(Rix::ByteReader& reader, LossRecordType& value) {
   decodeEnumeration(reader, value, LossRecordType::lossRecordDestDormant);
 }

@@ -28,7 +28,9 @@ constexpr std::size_t lengthSize = 4;
 // What one turn of the loop reads from one link, so that others and timers get theirs.
 constexpr std::size_t readAtOnce = 256 * 1024;
 
-[[noreturn]] void fail(std::string const& doing) { throw std::system_error(errno, std::generic_category(), doing); }
+[[noreturn]] void fail(std::string const& doing) {
+  throw std::system_error(errno, std::generic_category(), doing);
+}
 
 sockaddr_un addressOf(std::string const& path) {
   sockaddr_un address{};
@@ -41,7 +43,9 @@ sockaddr_un addressOf(std::string const& path) {
   return address;
 }
 
-sockaddr const* generic(sockaddr_un const& address) { return reinterpret_cast<sockaddr const*>(&address); }
+sockaddr const* generic(sockaddr_un const& address) {
+  return reinterpret_cast<sockaddr const*>(&address);
+}
 
 Descriptor newSocket() {
   Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -196,7 +200,9 @@ LocalListener::LocalListener(EventLoop& loop, Rix::Activity& activity, std::stri
                              LocalTransportLimits const& limits)
     : LocalLinks(loop, activity, limits), path_(std::move(path)) {}
 
-LocalListener::~LocalListener() { userIs(nullptr); }
+LocalListener::~LocalListener() {
+  userIs(nullptr);
+}
 
 void LocalListener::activeIs(bool active) {
   if (active == static_cast<bool>(socket_)) return;

@@ -1,9 +1,9 @@
 // The transport between processes of one machine: a stream socket at a path of the file system.
 //
 // The centre listens there; a switch connects, and tries again with a growing pause when it cannot or when its link has
-// ended. Frames go behind their length. Nothing ever waits: what the kernel does not take at once is queued, and a queue
-// that grows beyond its bound ends the link, since a snapshot is cheaper than a backlog. What arrives is input of the
-// agent's activity. All of it runs on the process's loop.
+// ended. Frames go behind their length. Nothing ever waits: what the kernel does not take at once is queued, and a
+// queue that grows beyond its bound ends the link, since a snapshot is cheaper than a backlog. What arrives is input of
+// the agent's activity. All of it runs on the process's loop.
 #pragma once
 
 #include <cstddef>

@@ -42,8 +42,8 @@ struct User final : Fabric::LinkUser {
 
 class LocalTransportTest : public testing::Test {
  protected:
-  LocalTransportTest() : path((std::filesystem::temp_directory_path() /
-                               ("zeb-link-" + std::to_string(::getpid()))).string()) {
+  LocalTransportTest()
+      : path((std::filesystem::temp_directory_path() / ("zeb-link-" + std::to_string(::getpid()))).string()) {
     loop.timersAre([this] { return std::min(activity.nextDeadline(), deadline); },
                    [this] {
                      activity.runDueTimers();

@@ -7,10 +7,10 @@ namespace Rix {
 
 struct AttributeLog::Entry {
   Step step;
-  U32 slot;            // of the record that the step is about; of a creation, the parent's
-  unsigned field;      // not of a removal
-  Node* node;          // whose present content is told at the flush; null once `bytes` tells it
-  std::string bytes;   // what follows the field
+  U32 slot;           // of the record that the step is about; of a creation, the parent's
+  unsigned field;     // not of a removal
+  Node* node;         // whose present content is told at the flush; null once `bytes` tells it
+  std::string bytes;  // what follows the field
 };
 
 // One record of the tree.
@@ -170,8 +170,7 @@ void AttributeLog::entryChanged(Node& node, Field const& field, std::string_view
     if (place != keyPlaces_.end()) keyPlaces_.erase(place);
     note({Step::erase, node.slot, field.index(), nullptr, std::move(bytes)});
   } else if (place == keyPlaces_.end()) {
-    keyPlaces_[name] =
-        note({Step::put, node.slot, field.index(), nullptr, std::move(bytes)});
+    keyPlaces_[name] = note({Step::put, node.slot, field.index(), nullptr, std::move(bytes)});
   } else {
     place->second->bytes = std::move(bytes);
     journal_.splice(journal_.end(), journal_, place->second);

@@ -100,11 +100,11 @@ class AttributeLog {
   U32 nextSlot_ = 0;
   std::size_t records_ = 0;
   bool recording_ = false;
-  U32 generation_ = 1;                // of the journal: places of an earlier one mean nothing
-  std::vector<U32> freeSlots_;        // to be given again
-  std::vector<U32> releasedSlots_;    // given again only after the flush, so that one delta names each but once
+  U32 generation_ = 1;              // of the journal: places of an earlier one mean nothing
+  std::vector<U32> freeSlots_;      // to be given again
+  std::vector<U32> releasedSlots_;  // given again only after the flush, so that one delta names each but once
   Journal journal_;
-  std::unordered_map<std::string, Place> keyPlaces_;         // of the last put of a key
+  std::unordered_map<std::string, Place> keyPlaces_;           // of the last put of a key
   std::unordered_map<std::string, std::string> unsentValues_;  // of keys of records whose creation is not sent yet
   std::unique_ptr<Node> tree_;
 };

@@ -1,7 +1,8 @@
 // What a record tells of its attributes: one descriptor each, handed to a visitor in declared order.
 //
 //   ZebClient::rixVisit([](auto const& attribute) {
-//     if constexpr (attribute.kind == Rix::AttributeKind::plain) ... attribute.get(client), attribute.set(client, value)
+//     if constexpr (attribute.kind == Rix::AttributeKind::plain) ... attribute.get(client), attribute.set(client,
+//     value)
 //   });
 //
 // This is the only way from a record to a wire, JSON or a page: there is no second list anywhere. A descriptor reads

@@ -139,8 +139,7 @@ void CentralEnd::handleHello(Link& link, Rix::Frame const& frame) {
   }
   Rix::ByteWriter hello;
   hello.variable(switchVersion);
-  for (auto const& answer :
-       Rix::framesOf({.kind = Rix::FrameKind::hello, .incarnation = incarnation_}, hello.view())) {
+  for (auto const& answer : Rix::framesOf({.kind = Rix::FrameKind::hello, .incarnation = incarnation_}, hello.view())) {
     link.send(answer);
   }
   if (!service_->publishMountsSynchronized()) {

@@ -90,7 +90,9 @@ class ByteReader {
   std::size_t at_ = 0;
 };
 
-inline void encodeValue(ByteWriter& writer, bool value) { writer.fixed(U8{value}); }
+inline void encodeValue(ByteWriter& writer, bool value) {
+  writer.fixed(U8{value});
+}
 inline void decodeValue(ByteReader& reader, bool& value) {
   U8 const found = reader.fixed<U8>("truth value");
   if (found > 1) reader.malformed("truth value", "0 or 1", std::to_string(found));
@@ -98,8 +100,8 @@ inline void decodeValue(ByteReader& reader, bool& value) {
 }
 
 template <class Integer>
-  requires std::is_unsigned_v<Integer> && (!std::is_same_v<Integer, bool>)
-void encodeValue(ByteWriter& writer, Integer value) {
+requires std::is_unsigned_v<Integer> &&
+    (!std::is_same_v<Integer, bool>)void encodeValue(ByteWriter& writer, Integer value) {
   if constexpr (sizeof(Integer) <= 2) {
     writer.fixed(value);
   } else {
@@ -107,8 +109,8 @@ void encodeValue(ByteWriter& writer, Integer value) {
   }
 }
 template <class Integer>
-  requires std::is_unsigned_v<Integer> && (!std::is_same_v<Integer, bool>)
-void decodeValue(ByteReader& reader, Integer& value) {
+requires std::is_unsigned_v<Integer> &&
+    (!std::is_same_v<Integer, bool>)void decodeValue(ByteReader& reader, Integer& value) {
   if constexpr (sizeof(Integer) <= 2) {
     value = reader.fixed<Integer>("integer");
   } else {
@@ -116,14 +118,22 @@ void decodeValue(ByteReader& reader, Integer& value) {
   }
 }
 
-inline void encodeValue(ByteWriter& writer, double value) { writer.fixed(std::bit_cast<U64>(value)); }
+inline void encodeValue(ByteWriter& writer, double value) {
+  writer.fixed(std::bit_cast<U64>(value));
+}
 inline void decodeValue(ByteReader& reader, double& value) {
   value = std::bit_cast<double>(reader.fixed<U64>("floating-point number"));
 }
 
-inline void encodeValue(ByteWriter& writer, String8 const& value) { writer.text(value.view()); }
-inline void decodeValue(ByteReader& reader, String8& value) { value = String8(reader.text("text")); }
-inline void decodeValue(ByteReader& reader, Name& value) { value = Name(reader.text("name")); }
+inline void encodeValue(ByteWriter& writer, String8 const& value) {
+  writer.text(value.view());
+}
+inline void decodeValue(ByteReader& reader, String8& value) {
+  value = String8(reader.text("text"));
+}
+inline void decodeValue(ByteReader& reader, Name& value) {
+  value = Name(reader.text("name"));
+}
 
 // Reads one value of a default-constructible type.
 template <class Value>

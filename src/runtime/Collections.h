@@ -14,9 +14,7 @@ namespace Rix {
 template <class Key, class T>
 class EntityMap {
  public:
-  T* find(Key const& key) const {
-    return map_.find(key);
-  }
+  T* find(Key const& key) const { return map_.find(key); }
   U32 size() const { return map_.size(); }
   auto begin() const { return map_.begin(); }
   auto end() const { return map_.end(); }
@@ -131,7 +129,9 @@ decltype(auto) memberKey(Ptr<T> const& member) {
   return member->rixKey();
 }
 template <class Entry>
-  requires requires(Entry const& entry) { entry.key; }
+requires requires(Entry const& entry) {
+  entry.key;
+}
 auto const& memberKey(Entry const& entry) {
   return entry.key;
 }

@@ -1,4 +1,4 @@
-// Declaring a service.
+// Declaring a service: what an agent says of its groups and mounts before it closes them. Nothing here moves data.
 #include "runtime/Fabric.h"
 
 #include <algorithm>
@@ -10,9 +10,8 @@ void FabricdbServiceMounter::doHandleFabricMountState(SystemId const&, Rix::Stri
 void FabricdbServiceMounter::doInitialSwitchMountsComplete(Rix::String8, Rix::Ptr<Atlas::EntityManager> const&) {}
 
 bool VersionWhiteList::admits(U32 version) const {
-  return std::any_of(ranges_.begin(), ranges_.end(), [version](auto const& range) {
-    return range.first <= version && version <= range.second;
-  });
+  return std::any_of(ranges_.begin(), ranges_.end(),
+                     [version](auto const& range) { return range.first <= version && version <= range.second; });
 }
 
 void FabricdbServiceMountGroup::fabricMountIs(std::string_view switchPath, std::string_view centralPath,
@@ -25,8 +24,8 @@ PerSwitchPublishMount* FabricdbServiceMountGroup::perSwitchPublishMountIs(std::s
                                                                           std::string_view switchPath,
                                                                           std::string_view type) {
   RIX_ASSERT(!closed_, name_);
-  publishMounts_.push_back(Rix::make<PerSwitchPublishMount>(std::string(centralPath), std::string(switchPath),
-                                                            std::string(type)));
+  publishMounts_.push_back(
+      Rix::make<PerSwitchPublishMount>(std::string(centralPath), std::string(switchPath), std::string(type)));
   return publishMounts_.back().get();
 }
 

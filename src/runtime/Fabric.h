@@ -1,7 +1,7 @@
 // Fabric: the exchange of state between the central cluster and its switches, as an agent declares it.
 //
-// A service of the centre has groups of mounts. A fabric mount brings each connected switch's entity at a switch path to
-// the central side, as an entry of the directory at a central path, named by the switch's system id. A publish mount
+// A service of the centre has groups of mounts. A fabric mount brings each connected switch's entity at a switch path
+// to the central side, as an entry of the directory at a central path, named by the switch's system id. A publish mount
 // takes the entry of a central directory that bears a switch's system id to that one switch. A service and a group are
 // declared and then closed; from then on the host serves them (FabricEnds.h).
 #pragma once

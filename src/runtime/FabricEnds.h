@@ -4,9 +4,9 @@
 // sends a snapshot of each mount, then deltas; the centre sends what it publishes to that switch. Each end applies what
 // arrives as input of its own activity, and sends at the end of each turn what the turn has changed.
 //
-// Trees that travel stand where the agents look for them: on a switch at the declared paths, at the centre as entries of
-// the declared directories, named by the switch's system id. While a link is away nothing is noted but what changes; when
-// it returns, a snapshot brings the difference. What cannot be read ends the link, with one line in the trace.
+// Trees that travel stand where the agents look for them: on a switch at the declared paths, at the centre as entries
+// of the declared directories, named by the switch's system id. While a link is away nothing is noted but what changes;
+// when it returns, a snapshot brings the difference. What cannot be read ends the link, with one line in the trace.
 #pragma once
 
 #include <functional>

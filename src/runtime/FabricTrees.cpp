@@ -17,19 +17,23 @@ Outbox::Outbox(Rix::Activity& activity) : self_(std::make_shared<Outbox*>(this))
   });
 }
 
-Outbox::~Outbox() { *self_ = nullptr; }
+Outbox::~Outbox() {
+  *self_ = nullptr;
+}
 
-void Outbox::add(Publication& publication) { waiting_.push_back(&publication); }
-void Outbox::remove(Publication& publication) { std::erase(waiting_, &publication); }
+void Outbox::add(Publication& publication) {
+  waiting_.push_back(&publication);
+}
+void Outbox::remove(Publication& publication) {
+  std::erase(waiting_, &publication);
+}
 
 Publication::Publication(Outbox& outbox, U16 mount, Rix::Record const& record, U64 incarnation)
-    : outbox_(outbox),
-      mount_(mount),
-      record_(record),
-      schemaHash_(record.schemaHash()),
-      incarnation_(incarnation) {}
+    : outbox_(outbox), mount_(mount), record_(record), schemaHash_(record.schemaHash()), incarnation_(incarnation) {}
 
-Publication::~Publication() { outbox_.remove(*this); }
+Publication::~Publication() {
+  outbox_.remove(*this);
+}
 
 void Publication::rootIs(Rix::Ptr<Rix::Entity> const& root) {
   bool const fits = root && root->fwkType().record() == &record_;
@@ -62,10 +66,10 @@ void Publication::snapshotWanted() {
 void Publication::sendBeat() {
   if (!link_ || sequence_ == 0) return;
   for (auto const& frame : Rix::framesOf({.kind = Rix::FrameKind::beat,
-                                          .mount = mount_,
-                                          .schemaHash = schemaHash_,
-                                          .incarnation = incarnation_,
-                                          .sequence = sequence_},
+                           .mount = mount_,
+                           .schemaHash = schemaHash_,
+                           .incarnation = incarnation_,
+                           .sequence = sequence_},
                                          {})) {
     link_->send(frame);
   }
@@ -136,6 +140,9 @@ bool Subscription::take(Rix::Frame const& frame) {
 
 bool Subscription::takeMessage(Rix::FrameHeader const& header, std::string_view payload) {
   bool const whole = header.kind == Rix::FrameKind::snapshot || header.kind == Rix::FrameKind::absent;
+  if (header.kind == Rix::FrameKind::absent && !payload.empty()) {
+    throw Rix::FrameException("malformed frame: absence: expected no payload, found some");
+  }
   if (held_) {
     // A snapshot alone can wait: what follows before it is applied is missing then, and asked for.
     if (!whole) {
@@ -163,7 +170,6 @@ void Subscription::apply(Rix::FrameHeader const& header, std::string_view payloa
     replica_.snapshot(payload, header.incarnation == applied_);
     applied_ = header.incarnation;
   } else if (header.kind == Rix::FrameKind::absent) {
-    if (!payload.empty()) throw Rix::FrameException("malformed frame: absence: expected no payload, found some");
     replica_.remove();
   } else {
     replica_.delta(payload);

@@ -52,8 +52,8 @@ Frame readFrame(std::string_view bytes);
 // Puts the pieces of one mount's messages together.
 class MessageAssembler {
  public:
-  // Takes the next frame. True: `message()` is complete, for a header as of its frames, until the next call. A piece out
-  // of place is dropped with what came before it, and the message with it: the sequence will show the gap.
+  // Takes the next frame. True: `message()` is complete, for a header as of its frames, until the next call. A piece
+  // out of place is dropped with what came before it, and the message with it: the sequence will show the gap.
   bool take(Frame const& frame);
   std::string const& message() const { return message_; }
   void clear();

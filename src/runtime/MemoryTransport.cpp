@@ -45,8 +45,7 @@ void MemoryNetwork::End::send(std::string_view frame) {
   auto const to = peer.lock();
   if (!open || !to) return;
   if (network.loses_ && network.loses_(frame)) return;
-  network.queue_.push_back(
-      {to, Delivery::What::frame, network.damage_ ? network.damage_(frame) : std::string(frame)});
+  network.queue_.push_back({to, Delivery::What::frame, network.damage_ ? network.damage_(frame) : std::string(frame)});
 }
 
 void MemoryNetwork::End::close() {
@@ -133,7 +132,9 @@ void MemoryNetwork::remove(Transport& transport) {
   }
 }
 
-std::size_t MemoryNetwork::waiting() const { return queue_.size(); }
+std::size_t MemoryNetwork::waiting() const {
+  return queue_.size();
+}
 
 bool MemoryNetwork::deliverOne() {
   if (queue_.empty()) return false;
@@ -165,6 +166,8 @@ void MemoryNetwork::pump() {
   }
 }
 
-void MemoryNetwork::lossIs(std::function<bool(std::string_view)> loses) { loses_ = std::move(loses); }
+void MemoryNetwork::lossIs(std::function<bool(std::string_view)> loses) {
+  loses_ = std::move(loses);
+}
 
 }  // namespace Fabric

@@ -25,22 +25,54 @@ void describe(Record const& record, std::string& text) {
 
 }  // namespace
 
-void Field::encode(Entity const&, ByteWriter&) const { notOfThisKind(*this, "encode"); }
-void Field::check(ByteReader&) const { notOfThisKind(*this, "check"); }
-void Field::apply(Entity&, ByteReader&) const { notOfThisKind(*this, "apply"); }
-U32 Field::entries(Entity const&) const { notOfThisKind(*this, "entries"); }
-void Field::forEachEntry(Entity const&, VisitEntry const&) const { notOfThisKind(*this, "forEachEntry"); }
-bool Field::hasKey(Entity const&, std::string_view) const { notOfThisKind(*this, "hasKey"); }
-void Field::encodeEntry(Entity const&, std::string_view, ByteWriter&) const { notOfThisKind(*this, "encodeEntry"); }
-void Field::checkKey(ByteReader&) const { notOfThisKind(*this, "checkKey"); }
-void Field::checkEntry(ByteReader&) const { notOfThisKind(*this, "checkEntry"); }
-void Field::applyEntry(Entity&, ByteReader&) const { notOfThisKind(*this, "applyEntry"); }
-void Field::eraseEntry(Entity&, ByteReader&) const { notOfThisKind(*this, "eraseEntry"); }
-Record const& Field::child() const { notOfThisKind(*this, "child"); }
-Entity* Field::member(Entity const&, std::string_view) const { notOfThisKind(*this, "member"); }
-std::vector<Ptr<Entity>> Field::members(Entity const&) const { notOfThisKind(*this, "members"); }
-void Field::adopt(Entity&, Ptr<Entity> const&) const { notOfThisKind(*this, "adopt"); }
-void Field::remove(Entity&, Entity const&) const { notOfThisKind(*this, "remove"); }
+void Field::encode(Entity const&, ByteWriter&) const {
+  notOfThisKind(*this, "encode");
+}
+void Field::check(ByteReader&) const {
+  notOfThisKind(*this, "check");
+}
+void Field::apply(Entity&, ByteReader&) const {
+  notOfThisKind(*this, "apply");
+}
+U32 Field::entries(Entity const&) const {
+  notOfThisKind(*this, "entries");
+}
+void Field::forEachEntry(Entity const&, VisitEntry const&) const {
+  notOfThisKind(*this, "forEachEntry");
+}
+bool Field::hasKey(Entity const&, std::string_view) const {
+  notOfThisKind(*this, "hasKey");
+}
+void Field::encodeEntry(Entity const&, std::string_view, ByteWriter&) const {
+  notOfThisKind(*this, "encodeEntry");
+}
+void Field::checkKey(ByteReader&) const {
+  notOfThisKind(*this, "checkKey");
+}
+void Field::checkEntry(ByteReader&) const {
+  notOfThisKind(*this, "checkEntry");
+}
+void Field::applyEntry(Entity&, ByteReader&) const {
+  notOfThisKind(*this, "applyEntry");
+}
+void Field::eraseEntry(Entity&, ByteReader&) const {
+  notOfThisKind(*this, "eraseEntry");
+}
+Record const& Field::child() const {
+  notOfThisKind(*this, "child");
+}
+Entity* Field::member(Entity const&, std::string_view) const {
+  notOfThisKind(*this, "member");
+}
+std::vector<Ptr<Entity>> Field::members(Entity const&) const {
+  notOfThisKind(*this, "members");
+}
+void Field::adopt(Entity&, Ptr<Entity> const&) const {
+  notOfThisKind(*this, "adopt");
+}
+void Field::remove(Entity&, Entity const&) const {
+  notOfThisKind(*this, "remove");
+}
 
 Field const& Record::field(unsigned index, ByteReader const& reader) const {
   if (index >= fields_.size()) {

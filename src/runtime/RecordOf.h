@@ -48,7 +48,9 @@ class ValueField : public FieldOf<Attribute> {
   using FieldOf<Attribute>::FieldOf;
   using Value = typename Attribute::Value;
 
-  void json(Entity const& entity, JsonWriter& out) const override { out.value(this->attribute_.get(this->self(entity))); }
+  void json(Entity const& entity, JsonWriter& out) const override {
+    out.value(this->attribute_.get(this->self(entity)));
+  }
   void encode(Entity const& entity, ByteWriter& writer) const override {
     encodeValue(writer, this->attribute_.get(this->self(entity)));
   }

@@ -47,7 +47,8 @@ struct Replica::Check {
         std::set<std::string_view> siblings;
         for (U64 left = reader.variable("number of records", most); left > 0; --left) {
           std::string_view const key = childKey(field);
-          if (!siblings.insert(key).second) reader.malformed("key of " + std::string(field.name()), "a free one", "a used one");
+          if (!siblings.insert(key).second)
+            reader.malformed("key of " + std::string(field.name()), "a free one", "a used one");
           if (!dense) know({slot, field.index(), std::string(key)});
           body(field.child(), slot, dense);
         }
@@ -146,7 +147,8 @@ struct Replica::Check {
 
   void create(Field const& field, U32 parent) {
     std::string_view const key = childKey(field);
-    if (present(field, parent, key)) reader.malformed("key of " + std::string(field.name()), "a free one", "a used one");
+    if (present(field, parent, key))
+      reader.malformed("key of " + std::string(field.name()), "a free one", "a used one");
     know({parent, field.index(), std::string(key)});
     body(field.child(), parent, false);
   }

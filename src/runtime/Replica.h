@@ -7,9 +7,11 @@
 // A record here lives as long as the writer's object: it is updated in place, and never replaced while that object
 // stands, also when a snapshot comes in between. A new child is made complete before it is announced.
 // - A delta is applied step by step, in the writer's order.
-// - A snapshot is applied as the difference to what is here. First goes what is gone: a record whose object is gone, and
+// - A snapshot is applied as the difference to what is here. First goes what is gone: a record whose object is gone,
+// and
 //   before it the members of its collections, each in a step of its own, since a reader may act on a member's going
-//   alone. Then comes what is new. Of an attribute that the schema marks `rewritten`, another value is a deletion and an addition.
+//   alone. Then comes what is new. Of an attribute that the schema marks `rewritten`, another value is a deletion and
+//   an addition.
 // - The first snapshot of a new writer is such a difference too, by keys alone; or the old tree goes as a whole and the
 //   new one comes, where what the new writer does not know yet must not count as gone.
 //

@@ -25,9 +25,9 @@ bool Asking::mayAsk(Rix::Seconds now) {
   return true;
 }
 
-SwitchEnd::SwitchEnd(Rix::Activity& activity, Transport& transport,
-                     Rix::Ptr<Atlas::EntityManager> const& entityManager, Identity identity,
-                     std::vector<SwitchMount> const& reported, std::vector<SwitchMount> const& ordered)
+SwitchEnd::SwitchEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atlas::EntityManager> const& entityManager,
+                     Identity identity, std::vector<SwitchMount> const& reported,
+                     std::vector<SwitchMount> const& ordered)
     : activity_(activity),
       transport_(transport),
       entityManager_(entityManager),
@@ -41,18 +41,18 @@ SwitchEnd::SwitchEnd(Rix::Activity& activity, Transport& transport,
     publications_.push_back(
         std::make_unique<Publication>(outbox_, number, recordByName(mount.type), identity_.incarnation));
     auto const [dir, name] = place(mount.path);
-    watches_.push_back(Rix::make<DirWatch>(dir, [&publication = *publications_.back(), dir = dir,
-                                                  wanted = name](Rix::Name const& changed) {
-      if (changed == wanted) publication.rootIs(dir->entityRef(wanted));
-    }));
+    watches_.push_back(Rix::make<DirWatch>(
+        dir, [&publication = *publications_.back(), dir = dir, wanted = name](Rix::Name const& changed) {
+          if (changed == wanted) publication.rootIs(dir->entityRef(wanted));
+        }));
   }
   for (SwitchMount const& mount : ordered) {
     auto const [dir, name] = place(mount.path);
-    subscriptions_.push_back(std::make_unique<Subscription>(
-        recordByName(mount.type), Rix::Replica::NewWriter::patches,
-        [dir = dir, name = name](Rix::Ptr<Rix::Entity> const& root) {
-          root ? dir->entityPtrIs(name, root) : dir->entityDel(name);
-        }));
+    subscriptions_.push_back(
+        std::make_unique<Subscription>(recordByName(mount.type), Rix::Replica::NewWriter::patches,
+                                       [dir = dir, name = name](Rix::Ptr<Rix::Entity> const& root) {
+                                         root ? dir->entityPtrIs(name, root) : dir->entityDel(name);
+                                       }));
   }
   asking_.resize(subscriptions_.size());
   transport_.userIs(this);
@@ -115,8 +115,8 @@ void SwitchEnd::handleFrame(Rix::Frame const& frame) {
       break;
   }
   if (mountOf(subscriptions_, header).take(frame) || !asking_[header.mount].mayAsk(Rix::now())) return;
-  for (auto const& ask : Rix::framesOf(
-           {.kind = Rix::FrameKind::ask, .mount = header.mount, .incarnation = identity_.incarnation}, {})) {
+  for (auto const& ask :
+       Rix::framesOf({.kind = Rix::FrameKind::ask, .mount = header.mount, .incarnation = identity_.incarnation}, {})) {
     link_->send(ask);
   }
 }

@@ -16,8 +16,8 @@ class Type {
   using Make = Ptr<Entity> (*)(Name const& name);
   using RecordOfType = Record const& (*)();
 
-  // `typeName` must outlive the type. `maker` builds an entity for a directory or a mount; null where an entity needs more
-  // than a name. `recordOf` gives the attributes of a type that a schema declares.
+  // `typeName` must outlive the type. `maker` builds an entity for a directory or a mount; null where an entity needs
+  // more than a name. `recordOf` gives the attributes of a type that a schema declares.
   constexpr Type(std::string_view typeName, Make maker, RecordOfType recordOf = nullptr)
       : name_(typeName), make_(maker), record_(recordOf) {}
 
