@@ -4,8 +4,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <net/ethernet.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/ip.h>
 #include <netinet/udp.h>
@@ -316,6 +317,75 @@ faults: [{at: 20, until: 30, kind: link-down, link: "leaf1:eth1"}]
               failures.equal(nodes.hops(leaf1, spine1), 1, "hops over the link afterwards");
               failures.expect(nodes.path(leaf2, leaf1, port).at(0) == sideTo(nodes.topology, leaf2, spine1),
                               "the flow is not back on its way");
+            }),
+            "");
+}
+
+constexpr unsigned lowerUp = 1u << 16;  // IFF_LOWER_UP, which stands in a header that the others contradict
+
+// Waits for the kernel to announce that an interface has a carrier, or has none. A second late is too late.
+bool announced(const Platform::Descriptor& events, bool carrier) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(700);
+  for (pollfd wait{events.fd(), POLLIN, 0}; std::chrono::steady_clock::now() < end;) {
+    if (::poll(&wait, 1, 10) <= 0) continue;
+    alignas(nlmsghdr) char buffer[8192];
+    auto left = static_cast<unsigned>(std::max<ssize_t>(::recv(events.fd(), buffer, sizeof buffer, 0), 0));
+    for (char* at = buffer; left >= sizeof(nlmsghdr) + sizeof(ifinfomsg);) {
+      nlmsghdr header{};
+      std::memcpy(&header, at, sizeof header);
+      ifinfomsg link{};
+      std::memcpy(&link, at + sizeof header, sizeof link);
+      if (header.nlmsg_type == RTM_NEWLINK && ((link.ifi_flags & lowerUp) != 0) == carrier) return true;
+      const unsigned length = std::min(NLMSG_ALIGN(header.nlmsg_len), left);
+      at += length;
+      left -= length;
+    }
+  }
+  return false;
+}
+
+TEST(KernelFabric, HasTheFarEndToldAtOnceHoweverOftenALinkGoesAndComes) {
+  EXPECT_EQ(inSandbox([](Failures& failures) {
+              Nodes nodes(R"(
+duration: 60
+faults: [{at: 20, until: 30, kind: link-down, link: "leaf1:eth1"}]
+)");
+              nodes.fabric.enter(spine1);
+              const Platform::Descriptor events(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+              nodes.fabric.leave();
+              sockaddr_nl address{};
+              address.nl_family = AF_NETLINK;
+              address.nl_groups = RTMGRP_LINK;
+              failures.equal(::bind(events.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0,
+                             "bind");
+              for (int round = 0; round < 3; ++round) {
+                nodes.faultsAre({0});
+                failures.expect(announced(events, false), "the loss of the carrier, round " + std::to_string(round));
+                nodes.faultsAre({});
+                failures.expect(announced(events, true), "its return, round " + std::to_string(round));
+              }
+            }),
+            "");
+}
+
+TEST(KernelFabric, KeepsALossOneWayAlsoOnALinkThatWasDown) {
+  EXPECT_EQ(inSandbox([](Failures& failures) {
+              Nodes nodes(R"(
+duration: 60
+faults: [{at: 20, until: 30, kind: link-down, link: "leaf1:eth1"}]
+)");
+              nodes.faultsAre({0});
+              nodes.faultsAre({});
+              for (const std::size_t node : {leaf1, spine1}) {
+                const std::string neighbours =
+                    runCommand({{"ip", "-oneline", "neighbor"}, "", [&] { nodes.fabric.enter(node); }});
+                const auto lines = std::count(neighbours.begin(), neighbours.end(), '\n');
+                std::ptrdiff_t permanent = 0;
+                for (std::size_t at = 0; (at = neighbours.find("PERMANENT", at)) != std::string::npos; ++at)
+                  ++permanent;
+                failures.equal(permanent, node == leaf1 ? 2 : 4, "permanent neighbours");
+                failures.equal(permanent, lines, "neighbours: " + neighbours);
+              }
             }),
             "");
 }

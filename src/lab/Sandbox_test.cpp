@@ -69,6 +69,23 @@ TEST(Sandbox, EndsWithTheObjectThatStandsForIt) {
   ::close(alive[0]);
 }
 
+TEST(Sandbox, EndsWithTheProcessThatMadeItWhateverIsGoingOnInside) {
+  int alive[2];
+  ASSERT_EQ(::pipe(alive), 0);
+  const pid_t outside = ::fork();
+  if (outside == 0) {
+    const Sandbox sandbox([](const Sandbox::Inside&) -> int {
+      for (;;) ::pause();  // deaf to every request
+    });
+    ::kill(::getpid(), SIGKILL);
+  }
+  ::close(alive[1]);
+  char letter = 0;
+  EXPECT_EQ(::read(alive[0], &letter, 1), 0) << "its processes are still there";
+  ::close(alive[0]);
+  ::waitpid(outside, nullptr, 0);
+}
+
 TEST(Sandbox, SaysInOneLineWhatHelpsWhereNamespacesAreNotAllowed) {
   EXPECT_EQ(
       asOrdinaryUser([]() -> std::string {
