@@ -14,6 +14,8 @@
 #include "platform/LocalTransport.h"
 #include "platform/SystemTime.h"
 #include "runtime/FabricEnds.h"
+#include "runtime/Trace.h"
+#include "runtime/Vesta.h"
 #include "sonar/KernelService.h"
 
 namespace Lab {
@@ -21,6 +23,9 @@ namespace {
 
 constexpr double pollPeriod = 0.01;  // how often the agent looks at the tables
 constexpr std::uint32_t rows = 16384;
+
+// What the shared tables say for debugging goes the way of all other traces.
+Rix::TraceHandle shelfTraceHandle("Shelf");
 
 class SwitchProcess {
  public:
@@ -132,6 +137,7 @@ class SwitchProcess {
 }  // namespace
 
 int runSwitch(const NodeContext& context, const SwitchOptions& options) {
+  Vesta::Platform::debugSinkIs([](std::string_view line) { RIX_TRACE(shelfTraceHandle, 8, line); });
   SwitchProcess process(context, options);
   process.run();
   process.report();
