@@ -244,6 +244,7 @@ TEST_F(FabricTest, EntriesOutliveADisconnectAndAreTheSameAfterwards) {
 }
 
 TEST_F(FabricTest, WithoutPreservingEntriesGoWithTheirSwitch) {
+  centre = nullptr;
   centre = std::make_unique<Centre>(*this, 2, false);
   Switch one(*this, idOne);
   start(one);

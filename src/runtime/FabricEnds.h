@@ -193,7 +193,8 @@ class SwitchEnd final : LinkUser {
     U32 version = switchVersion;
   };
   // `reported` goes to the centre, `ordered` comes from it, each in the order in which the service declares them. An
-  // unknown type: RangeException. Links count from now on: make it when the agent's machines stand.
+  // unknown type: RangeException. Links count from now on: make it when the agent's machines stand. The activity and
+  // the transport must outlive it.
   SwitchEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atlas::EntityManager> const& entityManager,
             Identity identity, std::vector<SwitchMount> const& reported, std::vector<SwitchMount> const& ordered);
   ~SwitchEnd();
@@ -230,7 +231,8 @@ class CentralEnd final : public ServiceHost, LinkUser {
   // The most switches that one centre takes on.
   static constexpr std::size_t maxSwitches = 16384;
 
-  // `entityManager` is the database of the central directories. `incarnation`: another one at each start.
+  // `entityManager` is the database of the central directories. `incarnation`: another one at each start. The activity
+  // and the transport must outlive it.
   CentralEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atlas::EntityManager> const& entityManager,
              U64 incarnation);
   ~CentralEnd();

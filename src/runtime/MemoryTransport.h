@@ -25,7 +25,7 @@ class MemoryNetwork {
   MemoryNetwork(MemoryNetwork const&) = delete;
   MemoryNetwork& operator=(MemoryNetwork const&) = delete;
 
-  // The one central port; a second call replaces it, when a centre starts anew: its links end.
+  // The one central port. A second call replaces it, when a centre starts anew: the old end must be gone by then.
   Transport& centre(Rix::Activity& activity);
   // A new switch's port. It connects when connectedIs says so, once both ends have their users.
   Transport& addSwitch(Rix::Activity& activity);
