@@ -211,4 +211,3 @@ void PeerStdSetTimers(benchmark::State& state) {
 BENCHMARK(PeerStdSetTimers)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-

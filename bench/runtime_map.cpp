@@ -189,4 +189,3 @@ BENCHMARK_TEMPLATE(bytes, Std)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK_TEMPLATE(bytes, Absl)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
-

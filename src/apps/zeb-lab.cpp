@@ -87,7 +87,8 @@ int main(int argc, char** argv) {
                          "of all that is left to chance; else the scenario's, else a new one");
   Lab::DemoOptions demo;
   bool noFault = false;
-  CLI::App* demoCommand = app.add_subcommand("demo", "a small fabric, a silent loss, and the line that names its place");
+  CLI::App* demoCommand =
+      app.add_subcommand("demo", "a small fabric, a silent loss, and the line that names its place");
   demoCommand->add_flag("--no-fault", noFault, "drop nothing: the fabric is healthy");
   demoCommand->add_option("--link", demo.link, "the direction to drop, as FROM:TO")->capture_default_str();
   demoCommand->add_flag("--tap-closed", demo.tapClosed, "let the probing service see no probe");

@@ -20,8 +20,7 @@ void fillCentralStore(Atlas::EntityManager& store) {
   entityIs<ZebStatus>(store, "zeb/status");
   entityIs<Fabricdb::Status>(store, "fabric/status");
   entityIs<FabricCluster::ClusterStatusDir>(store, "fabric/cluster/statusDir");
-  auto const clusters =
-      Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store.getEntity("fabric/cluster/statusDir"));
+  auto const clusters = Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store.getEntity("fabric/cluster/statusDir"));
   if (clusters) clusters->statusIs("default");
 }
 

@@ -26,12 +26,11 @@ struct CentralSide : testing::Test {
   CentralSide() { root->zebStatusIs(status); }
 
   void start() {
-    rootSm = Rix::make<RootSm>(Rix::Ptr<ZebConfig const>(config), status, root,
-                               Rix::Ptr<Fabricdb::Status const>(fabricdbStatus),
-                               Rix::Ptr<FabricCluster::ClusterStatus const>(cluster), configDir, waveConfigDir,
-                               Rix::Ptr<Rix::Dir const>(waveStatusDir),
-                               Rix::Ptr<ProbeStreamTable>(root->zebStreamTable()),
-                               Rix::Ptr<ProbeStreamEventTable>(root->eventTable()));
+    rootSm = Rix::make<RootSm>(
+        Rix::Ptr<ZebConfig const>(config), status, root, Rix::Ptr<Fabricdb::Status const>(fabricdbStatus),
+        Rix::Ptr<FabricCluster::ClusterStatus const>(cluster), configDir, waveConfigDir,
+        Rix::Ptr<Rix::Dir const>(waveStatusDir), Rix::Ptr<ProbeStreamTable>(root->zebStreamTable()),
+        Rix::Ptr<ProbeStreamEventTable>(root->eventTable()));
     rootSm->hasNotificationActiveIs(true);
   }
   void startRunning() {

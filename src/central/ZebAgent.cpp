@@ -114,6 +114,8 @@ void Agent::doFabricMountsComplete(Atlas::MountStatus mountStatus,
              Rix::Ptr<ProbeStreamEventTable>(root_->eventTable()));
 }
 
-Rix::Ptr<Agent> agentFactory(Rix::Name const& name) { return Rix::make<Agent>(name); }
+Rix::Ptr<Agent> agentFactory(Rix::Name const& name) {
+  return Rix::make<Agent>(name);
+}
 
 }  // namespace Zeb

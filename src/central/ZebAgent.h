@@ -39,8 +39,7 @@ class Agent : public DaemonKit::ServiceAgent {
   ~Agent() override;
   Rix::Type const& fwkType() const override;
 
-  void doMountsComplete(Atlas::MountStatus mountStatus,
-                        Rix::Ptr<Atlas::EntityManager> const& entityManager) override;
+  void doMountsComplete(Atlas::MountStatus mountStatus, Rix::Ptr<Atlas::EntityManager> const& entityManager) override;
   void doInit() override;
   void doFabricMounts() override;
   void doFabricMountsComplete(Atlas::MountStatus mountStatus,

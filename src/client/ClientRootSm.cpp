@@ -5,12 +5,14 @@
 
 namespace Zeb {
 
-ClientRootSm::ClientRootSm(
-    Rix::Ptr<ClientConfig const> const& config, Rix::Ptr<ClientStatus> const& status,
-    Rix::Ptr<ClientConfig> const& mountedConfig, Rix::Ptr<Ip::Status const> const& ipStatus,
-    Rix::Ptr<System::NetConfig const> const& netConfig, Rix::Ptr<Rix::Dir const> const& zebEchoConfigDir,
-    Rix::Ptr<Sonar::Config> const& echoZebConfig, Rix::Ptr<Sonar::Status const> const& echoStatus,
-    Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus, Rix::Ptr<ZebSonarStatusV1> const& zebEchoStatus)
+ClientRootSm::ClientRootSm(Rix::Ptr<ClientConfig const> const& config, Rix::Ptr<ClientStatus> const& status,
+                           Rix::Ptr<ClientConfig> const& mountedConfig, Rix::Ptr<Ip::Status const> const& ipStatus,
+                           Rix::Ptr<System::NetConfig const> const& netConfig,
+                           Rix::Ptr<Rix::Dir const> const& zebEchoConfigDir,
+                           Rix::Ptr<Sonar::Config> const& echoZebConfig,
+                           Rix::Ptr<Sonar::Status const> const& echoStatus,
+                           Rix::Ptr<Sonar::LocalStatus const> const& echoLocalStatus,
+                           Rix::Ptr<ZebSonarStatusV1> const& zebEchoStatus)
     : status_(status),
       mountedConfig_(mountedConfig),
       ipStatus_(ipStatus),

@@ -14,7 +14,9 @@ constexpr U32 robustness = 5;
 
 }  // namespace
 
-ClientAgent::~ClientAgent() { rootSm_.del(); }
+ClientAgent::~ClientAgent() {
+  rootSm_.del();
+}
 
 Rix::Type const& ClientAgent::fwkType() const {
   static Rix::Type const type = Rix::plainType("Zeb::ClientAgent");
@@ -77,6 +79,8 @@ void ClientAgent::doMountsComplete(Atlas::MountStatus mountStatus,
              zebEchoStatus);
 }
 
-Rix::Ptr<ClientAgent> clientAgentFactory(Rix::Name const& name) { return Rix::make<ClientAgent>(name); }
+Rix::Ptr<ClientAgent> clientAgentFactory(Rix::Name const& name) {
+  return Rix::make<ClientAgent>(name);
+}
 
 }  // namespace Zeb

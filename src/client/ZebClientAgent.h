@@ -18,8 +18,7 @@ class ClientAgent : public DaemonKit::CAgent {
   ~ClientAgent() override;
   Rix::Type const& fwkType() const override;
 
-  void doMountsComplete(Atlas::MountStatus mountStatus,
-                        Rix::Ptr<Atlas::EntityManager> const& entityManager) override;
+  void doMountsComplete(Atlas::MountStatus mountStatus, Rix::Ptr<Atlas::EntityManager> const& entityManager) override;
   void doInit() override;
 
   ClientRootSm* rootSm() const { return rootSm_.get(); }

@@ -61,7 +61,7 @@ class CentreProcess {
     activity_.dispatch([&] {
       report = centreReport(context_.topology, *agent_->root(), *history_, messages_, context_.control.zero());
     });
-    report["lateness"] = {{"timers", activity_.worstTimerLateness()}, {"loops", loop_.worstLateness()}};
+    report["lateness"] = {{"timers", activity_.worstTimerLateness()}};
     report["malformedFrames"] = end_.malformedFrames();
     std::ofstream(context_.reportFile) << report;
   }
@@ -79,7 +79,6 @@ class CentreProcess {
   void handleOrder() {
     while (const auto order = context_.control.next()) {
       if (*order == Control::Order::stop) return loop_.stop();
-      loop_.resetWorstLateness();
     }
   }
 

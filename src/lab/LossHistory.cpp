@@ -20,9 +20,7 @@ class LossHistory::TtlSm : public Rix::Reactor<TtlSm> {
   void rixParts(F&& part) {
     part(record_);
   }
-  auto rixParameters() const {
-    return std::tuple(past_, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record_.notifier()));
-  }
+  auto rixParameters() const { return std::tuple(past_, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record_.notifier())); }
   static constexpr std::array rixParameterNames{"past", "record"};
 
  private:

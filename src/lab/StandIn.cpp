@@ -37,8 +37,7 @@ void writeTransmitter(const Topology& topology, std::size_t node, const Probe& p
 void writeClients(const Topology& topology, Zeb::ZebStatus& status) {
   for (std::size_t node = 0; node < topology.nodes(); ++node) {
     const Node& described = topology.scenario().nodes[node];
-    Zeb::ZebClient& client =
-        *status.clientIs(Fabric::systemIdFromString(ethernetText(topology.systemId(node))));
+    Zeb::ZebClient& client = *status.clientIs(Fabric::systemIdFromString(ethernetText(topology.systemId(node))));
     client.hostnameIs(described.name);
     for (const auto& [name, interfaces] : described.groups) {
       Zeb::ClientReachabilityGroup& group = *client.reachabilityGroupIs(Rix::Name(name));
@@ -52,8 +51,10 @@ void writeClients(const Topology& topology, Zeb::ZebStatus& status) {
 void writeTransmitters(const Topology& topology, std::size_t node, Sonar::Config& config) {
   const auto& groups = topology.scenario().nodes[node].groups;
   for (const Probe& probe : topology.scenario().probes) {
-    if (groups.contains(probe.srcGroup)) writeTransmitter(topology, node, probe, probe.srcGroup, probe.dstGroup, config);
-    if (groups.contains(probe.dstGroup)) writeTransmitter(topology, node, probe, probe.dstGroup, probe.srcGroup, config);
+    if (groups.contains(probe.srcGroup))
+      writeTransmitter(topology, node, probe, probe.srcGroup, probe.dstGroup, config);
+    if (groups.contains(probe.dstGroup))
+      writeTransmitter(topology, node, probe, probe.dstGroup, probe.srcGroup, config);
   }
   config.enabledIs(true);
 }

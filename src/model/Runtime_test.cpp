@@ -192,7 +192,8 @@ TEST(Notification, RandomNestedVisitsKeepOrderAndMembership) {
     ++depth;
     auto& chosen = listeners[random(40)];
     if (chosen) {
-      chosen->config_.notifierIs(chosen->config_.notifier() ? Rix::Ptr<ZebConfig const>() : Rix::Ptr<ZebConfig const>(config));
+      chosen->config_.notifierIs(chosen->config_.notifier() ? Rix::Ptr<ZebConfig const>()
+                                                            : Rix::Ptr<ZebConfig const>(config));
     }
     if (random(3) == 0) config->enabledIs(!config->enabled());
     --depth;
@@ -470,7 +471,9 @@ struct DirSm : Rix::Reactor<DirSm> {
   void rixParts(F&& f) {
     f(dir_);
   }
-  void handleEntity(Name const& name) { heard.push_back((dir_->entityRef(name) ? "+" : "-") + std::string(name.view())); }
+  void handleEntity(Name const& name) {
+    heard.push_back((dir_->entityRef(name) ? "+" : "-") + std::string(name.view()));
+  }
   Heard heard;
   RixDir dir_{this};
 };

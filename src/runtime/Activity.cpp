@@ -21,7 +21,9 @@ Type const& Clock::fwkType() const {
   return type;
 }
 
-Clock::NotifieeConst::~NotifieeConst() { timeMinIs(never); }
+Clock::NotifieeConst::~NotifieeConst() {
+  timeMinIs(never);
+}
 
 void Clock::NotifieeConst::timeMinIs(double time) {
   auto* clock = static_cast<Clock*>(rixNotifier());
@@ -46,10 +48,16 @@ Activity& Activity::current() {
   RIX_ASSERT(currentActivity != nullptr);
   return *currentActivity;
 }
-Activity* Activity::currentOrNull() { return currentActivity; }
+Activity* Activity::currentOrNull() {
+  return currentActivity;
+}
 
-Activity::Use::Use(Activity& activity) : before_(currentActivity) { currentActivity = &activity; }
-Activity::Use::~Use() { currentActivity = before_; }
+Activity::Use::Use(Activity& activity) : before_(currentActivity) {
+  currentActivity = &activity;
+}
+Activity::Use::~Use() {
+  currentActivity = before_;
+}
 
 double Activity::now() {
   if (!dispatching_) now_ = std::max(now_, time_.now());
@@ -74,7 +82,9 @@ void Activity::dispatch(std::function<void()> const& input) {
   turn(time_.now(), input);
 }
 
-void Activity::post(std::function<void()> input) { posted_.push_back(std::move(input)); }
+void Activity::post(std::function<void()> input) {
+  posted_.push_back(std::move(input));
+}
 
 void Activity::runDueTimers() {
   double const until = time_.now();
@@ -104,8 +114,14 @@ void Activity::fireFirst() {
   }
 }
 
-double now() { return Activity::current().now(); }
-double utcNow() { return Activity::current().utcNow(); }
-Ptr<Dir> globalDir() { return &Activity::current().globalDir(); }
+double now() {
+  return Activity::current().now();
+}
+double utcNow() {
+  return Activity::current().utcNow();
+}
+Ptr<Dir> globalDir() {
+  return &Activity::current().globalDir();
+}
 
 }  // namespace Rix

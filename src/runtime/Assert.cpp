@@ -9,7 +9,9 @@ namespace {
 bool assertionThrows = false;
 }
 
-void assertionThrowsIs(bool throws) { assertionThrows = throws; }
+void assertionThrowsIs(bool throws) {
+  assertionThrows = throws;
+}
 
 void assertionFailed(char const* expression, char const* file, int line, std::string const& operands) {
   std::ostringstream text;

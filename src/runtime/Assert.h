@@ -31,7 +31,6 @@ template <class... Operands>
 // RIX_ASSERT(expression, operands to print...)
 #define RIX_ASSERT(expression, ...) RIX_ASSERT_TEXT(expression, #expression __VA_OPT__(, ) __VA_ARGS__)
 // The same with a text of its own, where the expression's text is part of the behaviour.
-#define RIX_ASSERT_TEXT(expression, text, ...) \
-  (static_cast<bool>(expression)               \
-       ? static_cast<void>(0)                  \
-       : ::Rix::assertionFailedWith(text, __FILE__, __LINE__ __VA_OPT__(, ) __VA_ARGS__))
+#define RIX_ASSERT_TEXT(expression, text, ...)          \
+  (static_cast<bool>(expression) ? static_cast<void>(0) \
+                                 : ::Rix::assertionFailedWith(text, __FILE__, __LINE__ __VA_OPT__(, ) __VA_ARGS__))

@@ -23,7 +23,9 @@ Rix::Type const& Mounter::fwkType() const {
 
 void Mounter::doMountsComplete(MountStatus, Rix::Ptr<EntityManager> const&) {}
 
-void Mounter::handleMountStatus(MountStatus status) { doMountsComplete(status, mountedEntityManager_); }
+void Mounter::handleMountStatus(MountStatus status) {
+  doMountsComplete(status, mountedEntityManager_);
+}
 
 void Mounter::mountedEntityManagerIs(Rix::Ptr<EntityManager> const& entityManager) {
   mountedEntityManager_ = entityManager;

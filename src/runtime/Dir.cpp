@@ -44,7 +44,8 @@ void Dir::notifyEntityPtr(Name const& name) {
 }
 
 Dir::Entry* Dir::entryIs(Name const& name) {
-  return entry_.is(name, [this](Name const& made) { notifyEntry(made); }, name);
+  return entry_.is(
+      name, [this](Name const& made) { notifyEntry(made); }, name);
 }
 
 void Dir::entityPtrIs(Name const& name, Ptr<Entity> const& entity) {

@@ -27,7 +27,9 @@ class Type;
 
 // Bit i stands for the attribute with index i; everything from index 15 on shares the last bit.
 using Interest = U16;
-constexpr Interest interestBit(unsigned attribute) { return static_cast<Interest>(1u << (attribute < 15 ? attribute : 15)); }
+constexpr Interest interestBit(unsigned attribute) {
+  return static_cast<Interest>(1u << (attribute < 15 ? attribute : 15));
+}
 
 // The base of every T::NotifieeConst: 24 bytes. It holds a reference to what it watches.
 class NotifieeBase {
@@ -96,17 +98,16 @@ class Entity : public PtrInterface {
   void rixNotify(unsigned attribute, Call const& call) {
     if ((interest_ & interestBit(attribute)) == 0) return;
     if ((watchers_ & listTag) == 0) {
-      rixGuarded(*reinterpret_cast<NotifieeBase*>(watchers_),
-                 [](NotifieeBase& notifiee, void const* erased) {
-                   (*static_cast<Call const*>(erased))(static_cast<Notifiee&>(notifiee));
-                 },
-                 &call);
-    } else {
-      rixVisitList(
+      rixGuarded(
+          *reinterpret_cast<NotifieeBase*>(watchers_),
           [](NotifieeBase& notifiee, void const* erased) {
             (*static_cast<Call const*>(erased))(static_cast<Notifiee&>(notifiee));
           },
           &call);
+    } else {
+      rixVisitList([](NotifieeBase& notifiee,
+                      void const* erased) { (*static_cast<Call const*>(erased))(static_cast<Notifiee&>(notifiee)); },
+                   &call);
     }
   }
 

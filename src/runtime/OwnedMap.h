@@ -51,9 +51,9 @@ class OwnedMap {
   template <class Current, class Given>
   static void checkParameter(char const* name, Current const& current, Given const& given) {
     if (current == given) return;
-    throwNameInUseException(std::string("Reinstantiating the pointer interface where constructor parameter attribute _") +
-                            name + " has a different value of " + parameterText(given) + " than the current value of " +
-                            parameterText(current));
+    throwNameInUseException(
+        std::string("Reinstantiating the pointer interface where constructor parameter attribute _") + name +
+        " has a different value of " + parameterText(given) + " than the current value of " + parameterText(current));
   }
 
   ValueMap<Key, Ptr<T>> map_;

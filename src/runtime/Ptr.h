@@ -84,13 +84,13 @@ template <class T>
 class Ptr {
  public:
   Ptr() = default;
-  Ptr(std::nullptr_t) {}                                   // NOLINT: null is a value of every pointer
-  Ptr(T* object) : object_(object) { reference(); }        // NOLINT: the count is in the object, so this is safe
+  Ptr(std::nullptr_t) {}                             // NOLINT: null is a value of every pointer
+  Ptr(T* object) : object_(object) { reference(); }  // NOLINT: the count is in the object, so this is safe
   Ptr(Ptr const& other) : object_(other.object_) { reference(); }
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& other) : object_(other.get()) {        // NOLINT: as plain pointers convert
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other)
+      : object_(other.get()) {  // NOLINT: as plain pointers convert
     reference();
   }
   ~Ptr() { release(); }

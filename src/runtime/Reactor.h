@@ -30,8 +30,12 @@ template <class Key, class T>
 class OwnedMap;
 
 // One kind of part each: watchers, owned reactors, keyed owned reactors.
-inline void partActiveIs(NotifieeBase& watcher, bool active) { watcher.isRegisteredNotifieeIs(active); }
-inline void partZombieIs(NotifieeBase& watcher, bool zombie) { watcher.rixDoZombieReactors(zombie); }
+inline void partActiveIs(NotifieeBase& watcher, bool active) {
+  watcher.isRegisteredNotifieeIs(active);
+}
+inline void partZombieIs(NotifieeBase& watcher, bool zombie) {
+  watcher.rixDoZombieReactors(zombie);
+}
 inline void partEnd(NotifieeBase&) {}
 template <class T>
 void partActiveIs(Owned<T>& part, bool active) {
@@ -89,7 +93,7 @@ class Reactor : public Base {
 // How a constructor parameter reads in an error text.
 template <class Value>
 std::string parameterText(Value const& value) {
-  if constexpr (requires(std::ostream& out) { out << value; }) {
+  if constexpr (requires(std::ostream & out) { out << value; }) {
     std::ostringstream text;
     text << value;
     return text.str();

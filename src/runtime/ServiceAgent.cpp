@@ -18,9 +18,13 @@ class ServiceAgent::FabricdbMounter : public Atlas::Mounter {
 
 ServiceAgent::ServiceAgent(Rix::Name const& name) : CAgent(name), fabricdbMounter_(Rix::make<FabricdbMounter>(this)) {}
 
-ServiceAgent::~ServiceAgent() { fabricdbMounter_->agentGone(); }
+ServiceAgent::~ServiceAgent() {
+  fabricdbMounter_->agentGone();
+}
 
-Atlas::Mounter* ServiceAgent::fabricdbMounter() const { return fabricdbMounter_.get(); }
+Atlas::Mounter* ServiceAgent::fabricdbMounter() const {
+  return fabricdbMounter_.get();
+}
 
 void ServiceAgent::doInit() {
   RIX_ASSERT(serviceHost_ != nullptr);

@@ -32,8 +32,7 @@ class ServiceAgent : public CAgent {
   virtual void doServiceAgentInit() {}
 
   // The services by name: finds or makes.
-  Fabric::FabricdbService* fabricdbServiceIs(Rix::Name const& name,
-                                             Rix::Ptr<Atlas::EntityManager> const& entityManager,
+  Fabric::FabricdbService* fabricdbServiceIs(Rix::Name const& name, Rix::Ptr<Atlas::EntityManager> const& entityManager,
                                              Rix::Ptr<Atlas::EntityManager> const& fabricdbEntityManager);
 
  protected:

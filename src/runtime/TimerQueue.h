@@ -49,9 +49,7 @@ class TimerQueue {
     double time;
     U64 order;  // rank in the top byte, then the serial of the setting
     TimerSlot* slot;
-    bool operator<(Entry const& other) const {
-      return time != other.time ? time < other.time : order < other.order;
-    }
+    bool operator<(Entry const& other) const { return time != other.time ? time < other.time : order < other.order; }
   };
 
   void heapPlace(std::size_t index, Entry const& entry);

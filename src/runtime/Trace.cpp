@@ -46,7 +46,9 @@ void traceLevelsIs(std::string_view name, U32 levels) {
   }
 }
 
-void traceSinkIs(std::function<void(TraceLine const&)> sink) { traceSink() = std::move(sink); }
+void traceSinkIs(std::function<void(TraceLine const&)> sink) {
+  traceSink() = std::move(sink);
+}
 
 std::string formatted(TraceLine const& line) {
   std::ostringstream out;
@@ -67,8 +69,12 @@ void Flashlog::Handle::write(std::string message) {
   if (messages_.size() == capacity_) messages_.pop_front();
   if (capacity_ > 0) messages_.push_back(std::move(message));
 }
-Flashlog::Handle* Flashlog::defaultFlashlogHandle() { return flashlog; }
-void Flashlog::defaultFlashlogHandleIs(Handle* handle) { flashlog = handle; }
+Flashlog::Handle* Flashlog::defaultFlashlogHandle() {
+  return flashlog;
+}
+void Flashlog::defaultFlashlogHandleIs(Handle* handle) {
+  flashlog = handle;
+}
 
 std::string formattedText(std::string_view format, std::vector<std::string> const& items) {
   std::string out;

@@ -28,9 +28,7 @@ class TraceHandle {
   char const* name() const { return name_; }
   // Levels run from 0 to 31.
   bool enabled(unsigned level) const { return ((levels_ >> level) & 1u) != 0; }
-  void enabledIs(unsigned level, bool on) {
-    levels_ = on ? levels_ | (1u << level) : levels_ & ~(1u << level);
-  }
+  void enabledIs(unsigned level, bool on) { levels_ = on ? levels_ | (1u << level) : levels_ & ~(1u << level); }
 
  private:
   char const* name_;
@@ -56,7 +54,8 @@ class TraceHelper {
  public:
   // A stream for the text if that level of that facility is on, else null.
   static std::unique_ptr<TraceHelper> createIfEnabled(TraceHandle const& handle, unsigned level) {
-    if (!handle.enabled(level)) [[likely]] return nullptr;
+    if (!handle.enabled(level)) [[likely]]
+      return nullptr;
     return std::unique_ptr<TraceHelper>(new TraceHelper(handle, level));
   }
   std::ostream& stream() { return text_; }
@@ -150,13 +149,13 @@ void log(LogHandle& handle, A const& a, B const& b) {
 
 }  // namespace Rix
 
-#define RIX_TRACE(handle, level, text)                                                             \
-  do {                                                                                             \
-    if ((handle).enabled(level)) [[unlikely]] {                                                    \
-      auto rixTraceHelper = ::Rix::TraceHelper::createIfEnabled(handle, level);                    \
-      rixTraceHelper->stream() << text; /* NOLINT(bugprone-macro-parentheses) */                   \
-      rixTraceHelper->trace(__FILE__, __LINE__, __func__);                                         \
-    }                                                                                              \
+#define RIX_TRACE(handle, level, text)                                           \
+  do {                                                                           \
+    if ((handle).enabled(level)) [[unlikely]] {                                  \
+      auto rixTraceHelper = ::Rix::TraceHelper::createIfEnabled(handle, level);  \
+      rixTraceHelper->stream() << text; /* NOLINT(bugprone-macro-parentheses) */ \
+      rixTraceHelper->trace(__FILE__, __LINE__, __func__);                       \
+    }                                                                            \
   } while (false)
 #define RIX_TWINLOG(handle, level, format, ...) \
   ::Rix::twinlog(handle, level, __FILE__, __LINE__, __func__, format, {__VA_ARGS__})

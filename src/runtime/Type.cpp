@@ -13,15 +13,21 @@ std::map<std::string_view, Type const*>& types() {
 }
 }  // namespace
 
-Ptr<Entity> Type::make(Name const& given) const { return make_ ? make_(given) : nullptr; }
+Ptr<Entity> Type::make(Name const& given) const {
+  return make_ ? make_(given) : nullptr;
+}
 
-Type plainType(std::string_view name) { return Type(name, nullptr); }
+Type plainType(std::string_view name) {
+  return Type(name, nullptr);
+}
 
 Type const* typeByName(std::string_view name) {
   auto const found = types().find(name);
   return found == types().end() ? nullptr : found->second;
 }
 
-TypeRegistration::TypeRegistration(Type const& type) { types()[type.name()] = &type; }
+TypeRegistration::TypeRegistration(Type const& type) {
+  types()[type.name()] = &type;
+}
 
 }  // namespace Rix

@@ -1,6 +1,7 @@
 // The bell. A row of a stream that nobody has reported yet is exported within a tenth of a second, and all changed rows
 // ride along; a change of a known row may wait for five seconds. So when a row falls dormant, a row of a reserved
-// stream is shown for a second. Driven by the sweep of the rows.
+// stream is shown for a second; and when one wakes again, or a loss that is over would be told all the same, for as
+// long as the waking waits to be exported. Driven by the sweep of the rows.
 #pragma once
 
 #include <optional>

@@ -86,8 +86,7 @@ void KernelService::writeIpStatus() {
       if (!watcher_.snapshot().interface(intf->intfId().view())) status.intfStatusDel(intf->intfId());
     }
     for (Platform::NetworkInterface const& interface : watcher_.snapshot().interfaces) {
-      status.intfStatusIs(Netkit::IntfId(interface.name))
-          ->addressIs(Netkit::IpAddr(interface.address.value_or(0)));
+      status.intfStatusIs(Netkit::IntfId(interface.name))->addressIs(Netkit::IpAddr(interface.address.value_or(0)));
     }
   });
 }

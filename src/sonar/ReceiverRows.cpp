@@ -233,8 +233,9 @@ void ReceiverRows::stateIs(Row& row, RowState state) {
   if (row.state == state) return;
   bool const shown = (row.state == RowState::dormant) != (state == RowState::dormant);
   row.state = state;
-  if (state == RowState::dormant) bell_.ring();
-  if (shown) write(row);
+  if (!shown) return;
+  bell_.ring();
+  write(row);
 }
 
 void ReceiverRows::write(Row const& row) {

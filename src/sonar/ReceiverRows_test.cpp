@@ -409,6 +409,17 @@ TEST_F(Bells, aDormancyRingsAndTheRowGoesASecondLater) {
   EXPECT_EQ(ringing(), 0U);
 }
 
+TEST_F(Bells, aRowThatWakesRingsToo) {
+  probe(1);
+  silence(3);
+  ASSERT_TRUE(dormant());
+  ASSERT_EQ(ringing(), 0U);
+  probe(31);
+  silence(0.02);
+  ASSERT_FALSE(dormant());
+  EXPECT_EQ(ringing(), 1U);
+}
+
 TEST_F(Bells, ringAtMostOnceASecondAndAlwaysByAnotherStream) {
   // Every 0.2 s another row falls dormant.
   std::vector<std::pair<Rix::Seconds, U32>> rung;
