@@ -1,4 +1,4 @@
-// Clearing on request.
+// Clearing on the operator's request.
 #include "central/ZebCliConfigSm.h"
 
 #include "central/Traces.h"

@@ -1,4 +1,4 @@
-// Attaching shared tables.
+// Attaching shared tables to an entity.
 #include "runtime/ShelfMount.h"
 
 #include "runtime/Type.h"
