@@ -190,6 +190,7 @@ ReceiverRows::Row& ReceiverRows::addRow(SubStream& sub, Netkit::IntfId interface
 void ReceiverRows::heard(Rix::Seconds now, SubStream& sub) {
   Row& row = *sub.current;
   row.heard = row.silentFrom = now;
+  if (row.state == RowState::dormant) bell_.ring();
   row.state = RowState::live;
   Stream& stream = *sub.stream;
   stream.interface = row.interface;

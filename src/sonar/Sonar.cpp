@@ -32,6 +32,8 @@ Rix::Seconds Service::nextDeadline() const {
 }
 
 void Service::onReadable(Rix::Seconds now) {
+  // Without rows nothing is swept; the first one starts it.
+  if (receiver_.rows() == 0) nextSweep_ = now + sweepPeriod;
   drain(now);
 }
 
