@@ -26,6 +26,7 @@ struct Arguments {
   std::string report;
   std::string fabric = "kernel";
   std::optional<std::uint64_t> seed;
+  bool systemLog = false;
 };
 
 Lab::Scenario read(const std::string& path) {
@@ -53,7 +54,9 @@ int run(const Arguments& arguments) {
   }
   Lab::RunOptions options;
   options.seed = arguments.seed ? *arguments.seed : scenario.seed ? *scenario.seed : std::random_device()();
-  options.bodies.centre = Lab::runCentre;
+  options.bodies.centre = [systemLog = arguments.systemLog](const Lab::NodeContext& context) {
+    return Lab::runCentre(context, {.systemLog = systemLog});
+  };
   options.bodies.agent = [](const Lab::NodeContext& context) { return Lab::runSwitch(context, {}); };
   options.probePort = Sonar::probePort;
   options.tell = [](double time, const std::string& line) {
@@ -80,6 +83,7 @@ int main(int argc, char** argv) {
   for (CLI::App* command : {runCommand, checkCommand})
     command->add_option("SCENARIO", arguments.scenario, "file that says what to build and what to break")->required();
   runCommand->add_option("--report", arguments.report, "file for the report, JSON");
+  runCommand->add_flag("--system-log", arguments.systemLog, "write what is logged to this host's system log too");
   runCommand->add_option("--fabric", arguments.fabric, "what the fabric is made of")
       ->check(CLI::IsMember({"kernel"}))
       ->capture_default_str();

@@ -6,20 +6,12 @@
 #include "model/gen/Status.h"
 
 namespace Zeb {
-namespace {
-
-template <class T>
-void entityIs(Atlas::EntityManager& store, char const* path) {
-  if (!store.getEntity(path)) store.entityIs(path, Rix::make<T>());
-}
-
-}  // namespace
 
 void fillCentralStore(Atlas::EntityManager& store) {
-  entityIs<ZebConfig>(store, "zeb/config");
-  entityIs<ZebStatus>(store, "zeb/status");
-  entityIs<Fabricdb::Status>(store, "fabric/status");
-  entityIs<FabricCluster::ClusterStatusDir>(store, "fabric/cluster/statusDir");
+  store.provide<ZebConfig>("zeb/config");
+  store.provide<ZebStatus>("zeb/status");
+  store.provide<Fabricdb::Status>("fabric/status");
+  store.provide<FabricCluster::ClusterStatusDir>("fabric/cluster/statusDir");
   auto const clusters = Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store.getEntity("fabric/cluster/statusDir"));
   if (clusters) clusters->statusIs("default");
 }

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <optional>
 
 #include "central/CentralStore.h"
 #include "central/ZebAgent.h"
@@ -14,6 +15,7 @@
 #include "platform/EventLoop.h"
 #include "platform/Files.h"
 #include "platform/LocalTransport.h"
+#include "platform/SystemLog.h"
 #include "platform/SystemTime.h"
 #include "runtime/FabricEnds.h"
 
@@ -22,13 +24,14 @@ namespace {
 
 class CentreProcess {
  public:
-  explicit CentreProcess(const NodeContext& context)
+  CentreProcess(const NodeContext& context, const CentreOptions& options)
       : context_(context),
         use_(activity_),
         store_(Rix::make<Atlas::EntityManager>("centre")),
         listener_(loop_, activity_, context.centreSocket),
         end_(activity_, listener_, Rix::make<Atlas::EntityManager>("fabricdb"), 1),
         agent_(Zeb::agentFactory("Zeb")) {
+    if (options.systemLog) systemLog_.emplace("zeb-lab");
     writeKeys();
     Zeb::fillCentralStore(*store_);
     agent_->serviceHostIs(&end_);
@@ -85,6 +88,7 @@ class CentreProcess {
   void handleMessage(const Rix::LogMessage& message) {
     messages_.push_back(message);
     if (message.arguments.size() == 2) history_->loggedIs(message.arguments[0], message.arguments[1], message.time);
+    if (systemLog_) systemLog_->write(Platform::systemLogMessage(message));
     std::printf("%s\n", message.text.c_str());
     for (const std::string& line : evidence(*agent_->status(), message)) std::printf("    %s\n", line.c_str());
     std::fflush(stdout);
@@ -101,12 +105,13 @@ class CentreProcess {
   Rix::Ptr<Zeb::Agent> agent_;
   Rix::Ptr<LossHistory> history_;
   std::vector<Rix::LogMessage> messages_;
+  std::optional<Platform::SystemLog> systemLog_;
 };
 
 }  // namespace
 
-int runCentre(const NodeContext& context) {
-  CentreProcess process(context);
+int runCentre(const NodeContext& context, const CentreOptions& options) {
+  CentreProcess process(context, options);
   process.run();
   process.report();
   return 0;

@@ -6,7 +6,11 @@
 
 namespace Lab {
 
+struct CentreOptions {
+  bool systemLog = false;  // what is logged goes to this host's system log as well
+};
+
 // The body of the centre's process; see NodeProcess.h. What is logged goes to standard output, with what led to it.
-int runCentre(const NodeContext& context);
+int runCentre(const NodeContext& context, const CentreOptions& options);
 
 }  // namespace Lab

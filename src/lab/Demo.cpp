@@ -70,7 +70,7 @@ bool runDemo(const DemoOptions& options) {
     scenario.faults.push_back(fault);
   }
   RunOptions run;
-  run.bodies.centre = runCentre;
+  run.bodies.centre = [](const NodeContext& context) { return runCentre(context, {}); };
   run.bodies.agent = [tapClosed = options.tapClosed](const NodeContext& context) {
     return runSwitch(context, {.tapClosed = tapClosed});
   };

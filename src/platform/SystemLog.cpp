@@ -16,6 +16,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "runtime/Trace.h"
+
 namespace Platform {
 
 namespace {
@@ -80,6 +82,14 @@ std::string hostName() {
 }
 
 }  // namespace
+
+SystemLogMessage systemLogMessage(const Rix::LogMessage& message) {
+  SystemLogMessage result{static_cast<int>(message.handle->severity()), message.handle->name(), message.text, {}};
+  for (const std::string& device : message.arguments) {
+    result.fields.emplace_back("DEVICE" + std::to_string(result.fields.size() + 1), device);
+  }
+  return result;
+}
 
 SystemLog::SystemLog(std::string program) : SystemLog(std::move(program), Paths{}) {}
 

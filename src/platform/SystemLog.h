@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Descriptor.h"
+#include "runtime/Activity.h"
 
 namespace Platform {
 
@@ -20,6 +21,10 @@ struct SystemLogMessage {
   // bytes. The journal has it as ZEB_NAME, RFC 5424 as a parameter `name`.
   std::vector<std::pair<std::string, std::string>> fields;
 };
+
+// A message of an agent as the system log has it. Its arguments are the devices that it speaks of: DEVICE1, DEVICE2 and
+// so on.
+SystemLogMessage systemLogMessage(const Rix::LogMessage& message);
 
 class SystemLog {
  public:

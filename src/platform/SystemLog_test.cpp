@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "runtime/Trace.h"
+
 namespace Platform {
 namespace {
 
@@ -92,6 +94,18 @@ TEST_F(SystemLogTest, AValueCannotPassForMoreThanAValue) {
   EXPECT_TRUE(log.write(hostile));
   EXPECT_THAT(journal.next().value_or(""), testing::AllOf(HasSubstr("MESSAGE=one MESSAGE=two\nPRIORITY=7\n"),
                                                           HasSubstr("ZEB_DEV_ICE=a\"]\\b PRIORITY=0\n")));
+}
+
+TEST(SystemLogMessage, OfAnAgentHasItsNameItsSeverityAndBothDevices) {
+  static const Rix::LogHandle handle("ZEB_LOSS_EVENT", Rix::LogSeverity::informational,
+                                     "Zeb detected probe loss between devices %s and %s.", "", "", 0.0, 1.0, 0);
+  const SystemLogMessage message = systemLogMessage(
+      {&handle, 1.0, 2.0, "Zeb detected probe loss between devices leaf1 and spine1.", {"leaf1", "spine1"}});
+  EXPECT_EQ(message.severity, 6);
+  EXPECT_EQ(message.name, "ZEB_LOSS_EVENT");
+  EXPECT_EQ(message.text, "Zeb detected probe loss between devices leaf1 and spine1.");
+  EXPECT_EQ(message.fields,
+            (std::vector<std::pair<std::string, std::string>>{{"DEVICE1", "leaf1"}, {"DEVICE2", "spine1"}}));
 }
 
 TEST_F(SystemLogTest, LongValuesAreCutBetweenCharacters) {

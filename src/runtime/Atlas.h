@@ -77,6 +77,11 @@ class EntityManager : public Rix::PtrInterface {
   Rix::Ptr<Rix::Entity> getEntity(std::string_view path) const;
   // Puts an entity at a path, in place of what stood there, and makes the directories above it.
   void entityIs(std::string_view path, Rix::Ptr<Rix::Entity> const& entity);
+  // Puts a new entity at a path where nothing stands.
+  template <class T>
+  void provide(std::string_view path) {
+    if (!getEntity(path)) entityIs(path, Rix::make<T>());
+  }
   // The directory at a path; made if nothing stands there. Something else there: RangeException.
   Rix::Ptr<Rix::Dir> dirIs(std::string_view path);
   // Takes away what stands at a path.

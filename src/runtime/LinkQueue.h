@@ -19,7 +19,8 @@ struct LinkQueueMetadata {
   bool operator==(LinkQueueMetadata const&) const = default;
 };
 
-template <class T>
+// `Index` is what an index is counted in: a test of the end of the index space takes a small one.
+template <class T, class Index = U32>
 class LinkQueue {
  public:
   LinkQueue() = default;
@@ -28,7 +29,7 @@ class LinkQueue {
   ~LinkQueue() { delAll(); }
 
   bool empty() const { return metadata_.head == metadata_.next; }
-  U32 size() const { return metadata_.next - metadata_.head; }
+  U32 size() const { return static_cast<Index>(metadata_.next - metadata_.head); }
   LinkQueueMetadata metadata() const { return metadata_; }
   // Only of an empty queue: where its indices go on.
   void metadataIs(LinkQueueMetadata const& value) {
@@ -39,7 +40,7 @@ class LinkQueue {
 
   // Adds at the tail under the next index.
   void enq(T value) {
-    if (metadata_.next + 1 == metadata_.head) throwRangeException("linkqueue index space full");
+    if (following(metadata_.next) == metadata_.head) throwRangeException("linkqueue index space full");
     if (!tail_ || tailUsed_ == chunkSize) {
       auto chunk = std::make_unique<Chunk>();
       Chunk* added = chunk.get();
@@ -49,13 +50,13 @@ class LinkQueue {
       tailUsed_ = 0;
     }
     tail_->values[tailUsed_++] = std::move(value);
-    ++metadata_.next;
+    metadata_.next = following(metadata_.next);
   }
   // Takes the head; the default value if the queue is empty.
   T deq() {
     if (empty()) return T{};
     T value = std::move(head_->values[headUsed_++]);
-    ++metadata_.head;
+    metadata_.head = following(metadata_.head);
     if (empty()) {
       dropChunks();
     } else if (headUsed_ == chunkSize) {
@@ -69,9 +70,10 @@ class LinkQueue {
   // Writes the value at an index that the queue holds, or at the next one.
   void is(U32 index, T value) {
     if (index == metadata_.next) return enq(std::move(value));
-    if (index - metadata_.head >= size()) throwRangeException("link queue index is not in the queue");
+    if (static_cast<Index>(index - metadata_.head) >= size())
+      throwRangeException("link queue index is not in the queue");
     Chunk* chunk = head_.get();
-    U32 place = headUsed_ + (index - metadata_.head);
+    U32 place = headUsed_ + static_cast<Index>(index - metadata_.head);
     for (; place >= chunkSize; place -= chunkSize) chunk = chunk->next.get();
     chunk->values[place] = std::move(value);
   }
@@ -108,6 +110,7 @@ class LinkQueue {
     std::array<T, chunkSize> values{};
     std::unique_ptr<Chunk> next;
   };
+  static U32 following(U32 index) { return static_cast<Index>(index + 1); }
   // One after the other: a long chain of owners would end in a deep recursion.
   void dropChunks() {
     while (head_) head_ = std::move(head_->next);
