@@ -409,6 +409,35 @@ TEST_F(Timers, DueTimersRunBeforeInputAndATurnEndsWithItsFlush) {
   EXPECT_EQ(heard, (Heard{"t", "flush", "input", "flush"}));
 }
 
+TEST_F(Timers, ATimerThatFallsDueWhileOthersRunDoesNotRunBehindLaterInput) {
+  // A clock that moves on each time it is read, as the system's does.
+  struct MovingTime : Rix::TimeSource {
+    double reading = 0;
+    double now() override { return reading += 1; }
+    double utcNow() override { return reading; }
+  } moving;
+  Rix::Activity busy(moving);
+  Rix::Activity::Use useBusy(busy);
+  auto timed = Rix::make<TimedSm>(heard);
+  timed->timer_.timeMinIs(moving.reading + 1.5);
+  double inputTime = 0;
+  busy.dispatch([&] { inputTime = Rix::now(); });
+  EXPECT_EQ(heard, Heard{});
+  EXPECT_LT(inputTime, timed->timer_.timeMin());
+  busy.runDueTimers();
+  EXPECT_EQ(heard, Heard{"t"});
+}
+
+TEST_F(Timers, WhatIsPostedRunsAsATurnOfItsOwnAfterTheTimers) {
+  auto timed = Rix::make<TimedSm>(heard);
+  activity.flushIs([this] { heard.push_back("flush"); });
+  timed->timer_.timeMinIs(101);
+  activity.post([this] { heard.push_back("posted"); });
+  EXPECT_EQ(activity.nextDeadline(), 100);
+  runTo(101);
+  EXPECT_EQ(heard, (Heard{"t", "flush", "posted", "flush"}));
+}
+
 TEST_F(Timers, AReactorTurnedOffLosesItsFiring) {
   auto timed = Rix::make<TimedSm>(heard);
   timed->hasNotificationActiveIs(true);

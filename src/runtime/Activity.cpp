@@ -78,8 +78,10 @@ void Activity::turn(double now, std::function<void()> const& body) {
 }
 
 void Activity::dispatch(std::function<void()> const& input) {
-  runDueTimers();
-  turn(time_.now(), input);
+  // One reading of the clock: what falls due while the timers run waits, or it would run behind later input.
+  double const until = time_.now();
+  runDue(until);
+  turn(until, input);
 }
 
 void Activity::post(std::function<void()> input) {
@@ -87,7 +89,10 @@ void Activity::post(std::function<void()> input) {
 }
 
 void Activity::runDueTimers() {
-  double const until = time_.now();
+  runDue(time_.now());
+}
+
+void Activity::runDue(double until) {
   for (;;) {
     if (timers_.firstTime() <= until) {
       double const deadline = timers_.firstTime();

@@ -5,8 +5,9 @@
 // the thread woke: time never goes back. Due timers run before input.
 //
 // Many activities can stand in one process on one thread, two central agents among them: what is called global (the
-// root directory, the clock, the sinks of messages) is reached through the *current* activity, which whoever
-// dispatches sets. What one agent sends to another becomes input of the other, never a call nested in the sender.
+// root directory, the clock, the root object, where messages go) is reached through the *current* activity, which
+// whoever dispatches sets. What one agent sends to another becomes input of the other, never a call nested in the
+// sender.
 //
 // Nothing here reads a clock of the system: time is handed in.
 #pragma once
@@ -110,6 +111,7 @@ class Activity {
  private:
   friend class Clock::NotifieeConst;
   void turn(double now, std::function<void()> const& body);
+  void runDue(double until);
   void fireFirst();
 
   TimeSource& time_;
