@@ -1,8 +1,9 @@
 // What a notification costs, beside Boost.Signals2, libsigc++ and a bare virtual call in the same process.
 //
-// Every row sets a counter on one of 1,024 entities in turn, so that none stays in a register. Subtract the row
-// "Loop" for the cost of the loop itself.
+// Every row sets a counter on one of 256 entities in turn, so that none stays in a register and all stay near. Compare
+// with PeerVirtualCall, which does the least that can be called the same.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <sigc++/sigc++.h>
 
 #include <boost/signals2.hpp>
@@ -17,7 +18,7 @@
 namespace {
 
 using Zeb::ProbeStreamEgressStats;
-constexpr std::size_t count = 1024;
+constexpr std::size_t count = 256;
 
 struct CountingSm : Rix::Reactor<CountingSm> {
   struct RixStats : Rix::Watch<RixStats, ProbeStreamEgressStats const, CountingSm> {
@@ -163,6 +164,26 @@ void PeerBoostSignals2AttachAndDetach(benchmark::State& state) {
   });
 }
 BENCHMARK(PeerBoostSignals2AttachAndDetach);
+
+// What an entity takes of the heap, its watchers and their reactors included; the figure is a counter, not a time.
+void BytesPerEntity(benchmark::State& state) {
+  constexpr std::size_t entities = 100'000;
+  for (auto _ : state) {
+    std::vector<Rix::Ptr<ProbeStreamEgressStats>> all(entities);
+    std::vector<Rix::Ptr<CountingSm>> watchers(entities * static_cast<std::size_t>(state.range(0)));
+    std::size_t const before = mallinfo2().uordblks;
+    std::size_t made = 0;
+    for (auto& entity : all) {
+      entity = Rix::make<ProbeStreamEgressStats>();
+      for (int w = 0; w < state.range(0); ++w) watchers[made++] = Rix::make<CountingSm>(entity);
+    }
+    state.counters["bytes"] = static_cast<double>(mallinfo2().uordblks - before) / entities;
+    state.counters["fields"] = sizeof(U64) + sizeof(Sonar::Epoch);
+    state.counters["entity"] = sizeof(ProbeStreamEgressStats);
+    state.counters["reactor"] = sizeof(CountingSm);
+  }
+}
+BENCHMARK(BytesPerEntity)->Arg(0)->Arg(1)->Arg(2)->Iterations(1);
 
 // One million timers armed: each firing sets itself again, one second later.
 void TimersFireAndSetAgain(benchmark::State& state) {

@@ -62,6 +62,8 @@ class RootSm : public Rix::Reactor<RootSm> {
   }
 
  private:
+  friend struct RootSmPeer;  // a test stands at the moment before the machine is initialized
+
   struct RixConfig : Rix::Watch<RixConfig, ZebConfig const, RootSm> {
     using Watch::Watch;
     void onEnabled() override { pass(&RootSm::handleEnabled); }

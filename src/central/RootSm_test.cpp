@@ -7,6 +7,11 @@
 #include "runtime/Trace.h"
 
 namespace Zeb {
+
+struct RootSmPeer {
+  static void initializedIs(RootSm& rootSm, bool initialized) { rootSm.initialized_ = initialized; }
+};
+
 namespace {
 
 struct CentralSide : testing::Test {
@@ -124,6 +129,20 @@ TEST_F(CentralSide, AMemberThatNeverWasEnabledDoesNotClear) {
   addLossRecord(1);
   config->clearLossRecordsIs(1);
   EXPECT_EQ(status->lossStatus()->lossRecords(), 1u);
+}
+
+TEST_F(CentralSide, ANotificationBeforeItIsInitializedChangesNothing) {
+  cluster->isStandaloneOrLeaderIs(true);
+  start();
+  RootSmPeer::initializedIs(*rootSm, false);
+  config->enabledIs(true);
+  rootSm->handleEnabled();
+  EXPECT_FALSE(status->enabled());
+  EXPECT_EQ(rootSm->collectorSm(), nullptr);
+  EXPECT_EQ(rootSm->cliConfigSm(), nullptr);
+  rootSm->handleInitialized();
+  EXPECT_TRUE(status->enabled());
+  EXPECT_NE(rootSm->collectorSm(), nullptr);
 }
 
 TEST_F(CentralSide, ASecondInitialisationDoesNothing) {
