@@ -6,7 +6,7 @@ namespace Sonar {
 // How many expected numbers of the window, from `youngest` behind the highest on, have not come.
 U64 SequenceWindow::missingFrom(U64 youngest) const {
   U64 missing = 0;
-  for (U64 age = youngest; age < width && expected(age); ++age) missing += (received_ >> age & 1) == 0 ? 1 : 0;
+  for (U64 age = youngest; age < width && expected(age); ++age) missing += (received_ >> age & 1) == 0 ? 1U : 0U;
   return missing;
 }
 
