@@ -52,9 +52,9 @@ TEST(DevicePairLossRecord, RefusesANullMember) {
 }
 
 TEST(ZebStatus, HoldsLossesAndThePairIndexFromItsConstruction) {
-  ZebStatus const& status = *Rix::make<ZebStatus>();
-  EXPECT_NE(status.lossStatus(), nullptr);
-  EXPECT_NE(status.pairStreamStatus(), nullptr);
+  auto const status = Rix::make<ZebStatus>();
+  EXPECT_NE(status->lossStatus(), nullptr);
+  EXPECT_NE(status->pairStreamStatus(), nullptr);
 }
 
 TEST(ZebSonarStatusV1, HoldsItsTableFromItsConstruction) {
