@@ -42,8 +42,59 @@ class LossHistory : public Rix::Reactor<LossHistory> {
   }
 
  private:
-  class TtlSm;
-  class StreamSm;
+  // One TTL's flags, noted as they rise.
+  class TtlSm : public Rix::Reactor<TtlSm> {
+   public:
+    TtlSm(TtlPast* past, const Rix::Ptr<Zeb::StreamTtlLossRecord const>& record) : past_(past) {
+      record_.notifierIs(record);
+      handleFlags();
+    }
+    void handleFlags();
+    template <class F>
+    void rixParts(F&& part) {
+      part(record_);
+    }
+    auto rixParameters() const {
+      return std::tuple(past_, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record_.notifier()));
+    }
+    static constexpr std::array rixParameterNames{"past", "record"};
+
+   private:
+    struct RixRecord : Rix::Watch<RixRecord, Zeb::StreamTtlLossRecord const, TtlSm> {
+      using Watch::Watch;
+      void onLossy() override { pass(&TtlSm::handleFlags); }
+      void onDormant() override { pass(&TtlSm::handleFlags); }
+    };
+    TtlPast* const past_;
+    RixRecord record_{this};
+  };
+
+  // One stream's TTLs.
+  class StreamSm : public Rix::Reactor<StreamSm> {
+   public:
+    StreamSm(LossHistory* history, const Rix::Ptr<Zeb::StreamLossRecord const>& record) : history_(history) {
+      record_.notifierIs(record);
+    }
+    void handleTtl(U8 ttl);
+    template <class F>
+    void rixParts(F&& part) {
+      part(record_);
+      part(ttls_);
+    }
+    auto rixParameters() const {
+      return std::tuple(history_, Rix::Ptr<Zeb::StreamLossRecord const>(record_.notifier()));
+    }
+    static constexpr std::array rixParameterNames{"history", "record"};
+
+   private:
+    struct RixRecord : Rix::Watch<RixRecord, Zeb::StreamLossRecord const, StreamSm> {
+      using Watch::Watch;
+      void onStreamTtlLossRecord(U8 ttl) override { pass(&StreamSm::handleTtl, ttl); }
+    };
+    LossHistory* const history_;
+    RixRecord record_{this};
+    Rix::OwnedMap<U8, TtlSm> ttls_;
+  };
 
   struct RixLossStatus : Rix::Watch<RixLossStatus, Zeb::ProbeLossStatus const, LossHistory> {
     using Watch::Watch;

@@ -33,7 +33,7 @@ class SwitchProcess {
       : context_(context),
         use_(activity_),
         store_(Rix::make<Atlas::EntityManager>("switch")),
-        tables_(context.nodeDirectory + "/tables"),
+        tables_{context.nodeDirectory + "/tables"},
         localStatus_(Rix::make<Sonar::LocalStatus>(storage_, tables_)),
         epochs_(context.nodeDirectory + "/epoch"),
         connector_(loop_, activity_, context.centreSocket),
