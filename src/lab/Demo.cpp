@@ -44,9 +44,9 @@ LinkSide sideOf(const Scenario& scenario, const std::string& link) {
   for (std::size_t i = 0; i < scenario.links.size(); ++i) {
     for (std::size_t side = 0; side < 2; ++side) {
       const LinkSide candidate{i, side};
-      const std::string from = scenario.nodes[scenario.end(candidate).node].name;
-      const std::string to = scenario.nodes[scenario.end(candidate.peer()).node].name;
-      if (from + ":" + to == link) return candidate;
+      std::string name = scenario.nodes[scenario.end(candidate).node].name;
+      name.append(":").append(scenario.nodes[scenario.end(candidate.peer()).node].name);
+      if (name == link) return candidate;
     }
   }
   throw LabError(link + " is no directed link of the demo; expected one between a leaf (leaf1 to leaf4) and a spine " +

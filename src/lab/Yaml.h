@@ -36,7 +36,7 @@ struct YamlNode::Entry {
   YamlNode value;
 };
 
-constexpr std::size_t maxYamlSize = 1024 * 1024;
+constexpr std::size_t maxYamlSize = std::size_t{1024} * 1024;
 constexpr std::size_t maxYamlDepth = 16;
 constexpr std::size_t maxYamlKeys = 1024;  // of one map
 

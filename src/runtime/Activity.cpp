@@ -22,7 +22,8 @@ Type const& Clock::fwkType() const {
 }
 
 Clock::NotifieeConst::~NotifieeConst() {
-  timeMinIs(never);
+  if (timer_.slot.time() > largestFiniteTime) return;
+  static_cast<Clock*>(rixNotifier())->activity_.timers_.cancel(timer_.slot);
 }
 
 void Clock::NotifieeConst::timeMinIs(double time) {

@@ -65,11 +65,11 @@ Rix::Ptr<Rix::Dir> EntityManager::dirIs(std::string_view path) {
   auto const [above, name] = split(path);
   Rix::Ptr<Rix::Dir> const parent = dirIs(above);
   if (Rix::Ptr<Rix::Entity> const present = parent->entityRef(Rix::Name(name))) {
-    auto const dir = Rix::dynamicCast<Rix::Dir>(present);
+    auto dir = Rix::dynamicCast<Rix::Dir>(present);
     if (!dir) Rix::throwRangeException(std::string(path) + " is no directory");
     return dir;
   }
-  auto const made = Rix::make<Rix::Dir>(Rix::Name(name));
+  auto made = Rix::make<Rix::Dir>(Rix::Name(name));
   parent->entityPtrIs(Rix::Name(name), made);
   return made;
 }

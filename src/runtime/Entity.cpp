@@ -79,7 +79,7 @@ void Entity::rixRemoveFromList(NotifieeBase& notifiee) {
 }
 
 void Entity::rixCompact(List& list) {
-  if (list.removed * 2 <= list.notifiees.size()) return;
+  if (std::size_t{list.removed} * 2 <= list.notifiees.size()) return;
   interest_ = 0;
   U32 place = 0;
   for (NotifieeBase* notifiee : list.notifiees) {

@@ -34,7 +34,7 @@ struct FrameHeader {
 };
 
 // The most that a frame carries, and the most that its message does.
-inline constexpr std::size_t maxFramePayload = 64 * 1024;
+inline constexpr std::size_t maxFramePayload = std::size_t{64} * 1024;
 inline constexpr std::size_t maxFrameSize = FrameHeader::encodedSize + maxFramePayload;
 inline constexpr std::size_t maxMessageSize = std::size_t{64} * 1024 * 1024;
 
