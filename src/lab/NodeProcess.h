@@ -72,10 +72,10 @@ struct NodeContext {
   std::string centreSocket;         // path at which the centre listens for the switches' agents
   // Where this process writes its part of the run's report, if it has one: a JSON object, complete before it returns.
   std::string reportFile;
-  std::uint64_t seed;  // of this process, from the run's seed
-  int generation;      // how often this process was started before
-  bool begun;          // probing has started before this process
-  std::size_t changes; // how many of the scenario's changes hold at this process's start
+  std::uint64_t seed;   // of this process, from the run's seed
+  int generation;       // how often this process was started before
+  bool begun;           // probing has started before this process
+  std::size_t changes;  // how many of the scenario's changes hold at this process's start
 };
 
 // Runs in a process of its own, inside the node's namespaces, as an ordinary child: single-threaded at the start,
