@@ -28,10 +28,9 @@ class WirePacketIo : public PacketIo {
     for (; !arrived.empty(); arrived.pop_front()) taker(arrived.front(), intf("eth1"));
   }
   U64 dropped() override { return 0; }
-  void send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) override {
-    for (std::size_t i = 0; i < probes.size(); ++i) {
-      auto const payload = encodeProbe(probes[i].probe, probes[i].flow, keys);
-      if (carries) other->arrived.push_back(ipPacket(probes[i].flow, payload, probes[i].probe.ttl));
+  void send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) override {
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      if (carries) other->arrived.push_back(ipPacket(packets[i].flow, packets[i].payload, packets[i].hopLimit));
       results[i] = SendResult::sent;
     }
   }
@@ -126,7 +125,8 @@ TEST_F(Services, countOnBothSidesTheSame) {
     EXPECT_EQ(Zeb::egressStreamToStreamId(key), Zeb::egressStreamToStreamId(a.map.streams.begin()->first));
   }
   EXPECT_TRUE(a.ingress.rows.empty());
-  EXPECT_EQ(b.service.packets(Rejection::none), 200U);
+  // And two acknowledgements.
+  EXPECT_EQ(b.service.packets(Rejection::none), 202U);
   EXPECT_EQ(a.service.sender().counts().skipped, 0U);
 }
 
@@ -196,11 +196,16 @@ TEST_F(Services, aProbeInTransitIsNotCountedWhateverTheFilterLetsThrough) {
 
 TEST_F(Services, followTheAddressesOfTheirSwitch) {
   a.probes(ip(2), now);
-  EXPECT_EQ(a.packets.endpoints, (std::set<SourceEndpoint>{{ip(1), 20000}}));
+  auto const endpoints = [](Netkit::IpAddr address) {
+    std::set<SourceEndpoint> result{{address, 20000}};
+    for (U16 port = noticePort; port < noticePort + noticePorts; ++port) result.emplace(address, port);
+    return result;
+  };
+  EXPECT_EQ(a.packets.endpoints, endpoints(ip(1)));
   a.view.addresses["lo"] = ip(7);
   a.service.switchChanged(now);
   EXPECT_EQ(a.packets.addresses, std::vector{ip(7)});
-  EXPECT_EQ(a.packets.endpoints, (std::set<SourceEndpoint>{{ip(7), 20000}}));
+  EXPECT_EQ(a.packets.endpoints, endpoints(ip(7)));
 }
 
 TEST_F(Services, aLinkThatIsSeenToFailIsNoDormancy) {
