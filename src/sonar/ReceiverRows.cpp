@@ -173,6 +173,7 @@ ReceiverRows::Row& ReceiverRows::addRow(SubStream& sub, Netkit::IntfId interface
 void ReceiverRows::heard(Rix::Seconds now, SubStream& sub) {
   Row& row = *sub.current;
   row.heard = row.silentFrom = now;
+  row.explained = false;  // what its next silence means is another matter
   if (row.state == RowState::dormant) bell_.ring();
   row.state = RowState::live;
   sub.adopted = false;
