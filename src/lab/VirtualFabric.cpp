@@ -1,0 +1,302 @@
+// The scheduler, the course of a scenario, and the centre. Whatever runs may give others something to do, by a packet or
+// a frame: so after each step the frames are delivered, and the deadlines of all that they have reached are read anew.
+#include "lab/VirtualFabric.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "central/CentralStore.h"
+#include "lab/Flows.h"
+#include "lab/Seed.h"
+#include "lab/StandIn.h"
+#include "model/SystemId.h"
+#include "runtime/Vesta.h"
+
+namespace Lab {
+namespace {
+
+// What the shared tables say for debugging goes the way of all other traces.
+Rix::TraceHandle shelfTraceHandle("Shelf");
+
+// Parts of a run that are left to chance, each with numbers of its own.
+enum class Chance : std::uint64_t { network = 1000, starts, routes, keys };
+
+std::uint64_t derivedSeed(std::uint64_t seed, Chance chance) {
+  return Lab::derivedSeed(seed, static_cast<std::uint64_t>(chance));
+}
+
+// A number of [0, 1).
+double share(std::uint64_t seed, std::uint64_t number) {
+  return static_cast<double>(Lab::derivedSeed(seed, number) >> 11) * 0x1p-53;
+}
+
+Sonar::Keyring keysOf(std::uint64_t seed) {
+  Sonar::Keyring keys;
+  keys.keyIs(1, {Lab::derivedSeed(seed, 1), Lab::derivedSeed(seed, 2)});
+  return keys;
+}
+
+}  // namespace
+
+// What goes when the centre's process goes.
+class VirtualFabric::Centre {
+ public:
+  explicit Centre(VirtualFabric& fabric) : activity_(fabric.time_) {
+    const Rix::Activity::Use use(activity_);
+    store_ = Rix::make<Atlas::EntityManager>("centre");
+    end_ = std::make_unique<Fabric::CentralEnd>(activity_, fabric.exchange_.centre(activity_),
+                                                Rix::make<Atlas::EntityManager>("fabricdb"), ++fabric.incarnations_);
+    agent_ = Zeb::agentFactory("Zeb");
+    Zeb::fillCentralStore(*store_);
+    agent_->serviceHostIs(end_.get());
+    activity_.logSinkIs([this, &fabric](const Rix::LogMessage& message) {
+      fabric.log_.push_back({message.time - zero, message});
+      if (message.arguments.size() == 2) history_->loggedIs(message.arguments[0], message.arguments[1], message.time);
+    });
+    activity_.dispatch([this] {
+      const auto clusters =
+          Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store_->getEntity("fabric/cluster/statusDir"));
+      clusters->status("default")->isStandaloneIs(true);
+      clusters->status("default")->isStandaloneOrLeaderIs(true);
+      Rix::dynamicCast<Zeb::ZebConfig>(store_->getEntity("zeb/config"))->enabledIs(true);
+    });
+    agent_->entityManagerIs(store_);
+    activity_.runDueTimers();
+    RIX_ASSERT(agent_->rootSm() != nullptr);
+    activity_.dispatch([&] { writeClients(fabric.topology_, *agent_->status()); });
+    history_ = Rix::make<LossHistory>(Rix::Ptr<Zeb::ZebStatus const>(agent_->status()));
+  }
+  ~Centre() {
+    const Rix::Activity::Use use(activity_);
+    history_ = nullptr;
+    agent_ = nullptr;
+    end_.reset();
+    store_ = nullptr;
+  }
+
+  Rix::Activity& activity() { return activity_; }
+  Zeb::Agent& agent() { return *agent_; }
+  const LossHistory& history() const { return *history_; }
+
+ private:
+  Rix::Activity activity_;
+  Rix::Ptr<Atlas::EntityManager> store_;
+  std::unique_ptr<Fabric::CentralEnd> end_;
+  Rix::Ptr<Zeb::Agent> agent_;
+  Rix::Ptr<LossHistory> history_;
+};
+
+VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
+    : scenario_(std::move(scenario)),
+      options_(options),
+      topology_(scenario_),
+      network_(topology_, derivedSeed(options.seed, Chance::network)),
+      keys_(keysOf(derivedSeed(options.seed, Chance::keys))),
+      active_(scenario_.faults.size()),
+      due_(topology_.nodes() + 1, Rix::never) {
+  Vesta::Platform::debugSinkIs([](std::string_view line) { RIX_TRACE(shelfTraceHandle, 8, line); });
+  for (std::size_t node = 0; node < topology_.nodes(); ++node)
+    switches_.push_back(
+        std::make_unique<VirtualSwitch>(VirtualSwitch::Surroundings{time_, exchange_, network_, keys_}, node,
+                                        ethernetText(topology_.systemId(node))));
+  time_.nowIs(zero - options_.spread - 1);
+  centreIs();
+  for (std::size_t node = 0; node < topology_.nodes(); ++node) {
+    const double before = options_.spread * share(derivedSeed(options_.seed, Chance::starts), node);
+    at(-before, [this, node] { nodeStarts(node); });
+  }
+  for (std::size_t fault = 0; fault < scenario_.faults.size(); ++fault) {
+    at(scenario_.faults[fault].at, [this, fault] { faultIs(fault, true); });
+    if (scenario_.faults[fault].until) at(*scenario_.faults[fault].until, [this, fault] { faultIs(fault, false); });
+  }
+  runUntil(0);
+}
+
+VirtualFabric::~VirtualFabric() = default;
+
+double VirtualFabric::now() {
+  return time_.now() - zero;
+}
+
+void VirtualFabric::at(double time, std::function<void()> action) {
+  plan_.emplace(zero + time, std::move(action));
+}
+
+void VirtualFabric::centreIs() {
+  centre_ = std::make_unique<Centre>(*this);
+  refresh();
+}
+
+void VirtualFabric::nodeStarts(std::size_t node) {
+  VirtualSwitch& started = *switches_[node];
+  if (options_.sonar) started.sonarIs();
+  started.agentIs([this, node](Atlas::EntityManager& store) {
+    Rix::dynamicCast<Zeb::ClientConfig>(store.getEntity("mgmt/zeb/config"))->enabledIs(true);
+    const auto addresses = Rix::dynamicCast<Ip::Status>(store.getEntity("ip/status"));
+    addresses->intfStatusIs(Netkit::IntfId("lo"))->addressIs(Netkit::IpAddr(network_.address(node, "lo")));
+    for (const LinkSide side : topology_.sides(node)) {
+      const std::string& interface = scenario_.end(side).interface;
+      addresses->intfStatusIs(Netkit::IntfId(interface))
+          ->addressIs(Netkit::IpAddr(network_.address(node, interface)));
+    }
+    Rix::dynamicCast<System::NetConfig>(store.getEntity("sys/net/config"))->hostnameIs(scenario_.nodes[node].name);
+  });
+  at(std::max(0.0, now()), [this, node] {
+    VirtualSwitch& ordered = *switches_[node];
+    if (ordered.agentRuns()) ordered.activity().dispatch([&] { writeTransmitters(topology_, node, ordered.orders()); });
+  });
+}
+
+void VirtualFabric::faultIs(std::size_t fault, bool active) {
+  active_[fault] = active;
+  const Condition before = network_.condition();
+  const Condition condition = conditionOf(scenario_, active_);
+  for (std::size_t node = 0; node < topology_.nodes(); ++node)
+    if (condition.dead[node] && !before.dead[node]) {
+      switches_[node]->sonarDel();
+      switches_[node]->agentDel();
+    }
+  network_.conditionIs(condition);
+  if (condition.linksUp() != before.linksUp()) {
+    networkChanged();
+    routeSoon();
+  }
+  for (std::size_t node = 0; node < topology_.nodes(); ++node)
+    if (before.dead[node] && !condition.dead[node]) nodeStarts(node);
+}
+
+// Each switch gets its new routes a moment after the one before it, in an order of chance.
+void VirtualFabric::routeSoon() {
+  const std::uint64_t seed = Lab::derivedSeed(derivedSeed(options_.seed, Chance::routes), plan_.size());
+  for (std::size_t node = 0; node < topology_.nodes(); ++node)
+    at(now() + scenario_.convergence + options_.routeSpread * share(seed, node), [this, node] {
+      network_.route(node);
+      switches_[node]->networkChanged();
+    });
+}
+
+void VirtualFabric::networkChanged() {
+  for (const auto& each : switches_) each->networkChanged();
+}
+
+void VirtualFabric::hashSeedIs(std::size_t node, std::uint64_t seed) {
+  network_.hashSeedIs(node, seed);
+  switches_[node]->networkChanged();
+  refresh();
+}
+
+void VirtualFabric::runUntil(double time) {
+  RIX_ASSERT(time >= now(), time);
+  advance(zero + time);
+}
+
+void VirtualFabric::advance(double until) {
+  for (;;) {
+    const auto first = std::min_element(due_.begin(), due_.end());
+    const double packet = network_.nextArrival();
+    const double planned = plan_.empty() ? Rix::never : plan_.begin()->first;
+    const double next = std::min({*first, packet, planned});
+    if (next > until) break;
+    time_.nowIs(std::max(next, time_.now()));
+    if (planned <= next) {
+      const auto action = std::move(plan_.begin()->second);
+      plan_.erase(plan_.begin());
+      action();
+      deliver();
+      refresh();
+    } else if (packet <= next) {
+      const VirtualNetwork::Arrival& arrival = network_.takeArrival();
+      switches_[arrival.node]->packetArrived(arrival);
+      refresh(arrival.node);
+    } else {
+      const auto actor = static_cast<std::size_t>(first - due_.begin());
+      actor < switches_.size() ? runNode(actor) : runCentre();
+      deliver();
+    }
+  }
+  time_.nowIs(std::max(until, time_.now()));
+}
+
+void VirtualFabric::runNode(std::size_t node) {
+  switches_[node]->run();
+  refresh(node);
+}
+
+void VirtualFabric::runCentre() {
+  centre_->activity().runDueTimers();
+  due_.back() = centre_->activity().nextDeadline();
+}
+
+void VirtualFabric::deliver() {
+  if (exchange_.waiting() == 0) return;
+  exchange_.pump();
+  refresh();
+}
+
+void VirtualFabric::refresh() {
+  for (std::size_t node = 0; node < switches_.size(); ++node) refresh(node);
+  due_.back() = centre_ ? centre_->activity().nextDeadline() : Rix::never;
+}
+
+std::string VirtualFabric::logText() const {
+  std::string text;
+  for (const Message& each : log_) {
+    char time[32];
+    std::snprintf(time, sizeof time, "%.9f ", each.time);
+    text += time + each.message.text + "\n";
+  }
+  return text;
+}
+
+std::vector<VirtualFabric::Names> VirtualFabric::namedPairs() const {
+  std::vector<Names> pairs;
+  for (const Message& each : log_)
+    if (each.message.arguments.size() == 2)
+      pairs.emplace_back(each.message.arguments[0], each.message.arguments[1]);
+  return pairs;
+}
+
+std::vector<VirtualFabric::Names> VirtualFabric::standingPairs() const {
+  std::vector<Names> pairs;
+  const auto name = [this](const Fabric::SystemId& id) {
+    const auto* client = status().client(id);
+    return client ? std::string(client->hostname().view()) : id.stringValue();
+  };
+  for (const auto& pair : status().lossStatus()->devicePairLossRecordIterator())
+    pairs.emplace_back(name(pair->devicePair().dev1SysId()), name(pair->devicePair().dev2SysId()));
+  return pairs;
+}
+
+std::size_t VirtualFabric::nodeNamed(const std::string& name) const {
+  for (std::size_t node = 0; node < scenario_.nodes.size(); ++node)
+    if (scenario_.nodes[node].name == name) return node;
+  RIX_ASSERT(false, name);
+}
+
+LinkSide VirtualFabric::sideNamed(const std::string& node, const std::string& interface) const {
+  for (const LinkSide side : topology_.sides(nodeNamed(node)))
+    if (scenario_.end(side).interface == interface) return side;
+  RIX_ASSERT(false, node, interface);
+}
+
+std::size_t VirtualFabric::flowsOver(LinkSide side) const {
+  std::size_t count = 0;
+  for (const Flow& flow : flowsOf(topology_)) {
+    const Sonar::Flow packet{Netkit::IpAddr(flow.sourceAddress), Netkit::IpAddr(flow.destinationAddress), flow.port};
+    const auto path = network_.path(flow.source, packet, flow.distance);
+    count += std::find(path.begin(), path.end(), side) == path.end() ? 0u : 1u;
+  }
+  return count;
+}
+
+Zeb::Agent& VirtualFabric::centre() const {
+  return centre_->agent();
+}
+const LossHistory& VirtualFabric::history() const {
+  return centre_->history();
+}
+Rix::Activity& VirtualFabric::centreActivity() const {
+  return centre_->activity();
+}
+
+}  // namespace Lab
