@@ -30,8 +30,8 @@ U64 KernelPacketIo::dropped() {
   return tap_ ? tap_->dropped() : 0;
 }
 
-void KernelPacketIo::send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) {
-  sender_.send(probes, keys, results);
+void KernelPacketIo::send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) {
+  sender_.send(packets, results);
 }
 
 void KernelPacketIo::endpointsAre(std::set<SourceEndpoint> const& endpoints) {

@@ -32,7 +32,7 @@ class PacketIo {
   virtual U64 dropped() = 0;
 
   /// See `ProbeSender`.
-  virtual void send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) = 0;
+  virtual void send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) = 0;
   virtual void endpointsAre(std::set<SourceEndpoint> const& endpoints) = 0;
 };
 
@@ -51,7 +51,7 @@ class KernelPacketIo : public PacketIo {
   void localAddressesAre(std::span<Netkit::IpAddr const> addresses) override;
   void drain(Taker const& taker) override;
   U64 dropped() override;
-  void send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) override;
+  void send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) override;
   void endpointsAre(std::set<SourceEndpoint> const& endpoints) override;
 
  private:

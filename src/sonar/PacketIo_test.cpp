@@ -51,7 +51,9 @@ class Line {
 
   std::vector<SendResult> send(std::vector<OutgoingProbe> const& probes) {
     std::vector<SendResult> results(probes.size(), SendResult::failed);
-    sender.send(probes, keys, results);
+    std::vector<OutgoingPacket> packets;
+    for (auto const& [flow, probe] : probes) packets.push_back({flow, probe.ttl, encodeProbe(probe, flow, keys)});
+    sender.send(packets, results);
     return results;
   }
 

@@ -61,13 +61,13 @@ struct ProbeSender::Batch {
     }
   }
 
-  void add(OutgoingProbe const& probe, Keyring const& keys, std::size_t place) {
+  void add(OutgoingPacket const& packet, std::size_t place) {
     Message& message = messages[count];
-    message.payload = encodeProbe(probe.probe, probe.flow, keys);
+    message.payload = packet.payload;
     message.destination.sin_family = AF_INET;
-    message.destination.sin_addr.s_addr = htonl(probe.flow.destination.value());
-    message.destination.sin_port = htons(probe.flow.destinationPort);
-    int const ttl = probe.probe.ttl;
+    message.destination.sin_addr.s_addr = htonl(packet.flow.destination.value());
+    message.destination.sin_port = htons(packet.flow.destinationPort);
+    int const ttl = packet.hopLimit;
     std::memcpy(CMSG_DATA(message.hopLimit()), &ttl, sizeof ttl);
     places[count++] = place;
   }
@@ -76,12 +76,12 @@ struct ProbeSender::Batch {
 ProbeSender::ProbeSender() : batch_(std::make_unique<Batch>()) {}
 ProbeSender::~ProbeSender() = default;
 
-void ProbeSender::send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) {
+void ProbeSender::send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) {
   auto endpointOf = [&](std::size_t place) {
-    Flow const& flow = probes[place].flow;
+    Flow const& flow = packets[place].flow;
     return SourceEndpoint(flow.source, flow.sourcePort);
   };
-  std::vector<std::size_t> order(probes.size());
+  std::vector<std::size_t> order(packets.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::stable_sort(order.begin(), order.end(),
                    [&](std::size_t a, std::size_t b) { return endpointOf(a) < endpointOf(b); });
@@ -90,7 +90,7 @@ void ProbeSender::send(std::span<OutgoingProbe const> probes, Keyring const& key
     int const fd = socketOf(endpoint);
     batch_->count = 0;
     for (; i < order.size() && batch_->count < batchSize && endpointOf(order[i]) == endpoint; ++i) {
-      batch_->add(probes[order[i]], keys, order[i]);
+      batch_->add(packets[order[i]], order[i]);
     }
     sendBatch(fd, results);
   }

@@ -14,12 +14,14 @@
 
 namespace Sonar {
 
-struct OutgoingProbe {
+/// A packet ready to leave: its payload is signed for `flow`.
+struct OutgoingPacket {
   Flow flow;
-  Probe probe;
+  U8 hopLimit = 64;  ///< at least 1
+  ProbePayload payload;
 };
 
-/// What became of a probe on this switch. Only `sent` may count as sent: the others are troubles of the sender's
+/// What became of a packet on this switch. Only `sent` may count as sent: the others are troubles of the sender's
 /// own, and no receiver shall take them for loss.
 enum class SendResult : U8 {
   sent,
@@ -35,9 +37,9 @@ class ProbeSender {
   ProbeSender();
   ~ProbeSender();
 
-  /// Sends each of `probes`, signed, and says at the same place in `results` what became of it. Sockets are opened at
-  /// first use, in the network namespace of the calling thread. Precondition: `results` is as long as `probes`.
-  void send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results);
+  /// Sends each of `packets` and says at the same place in `results` what became of it. Sockets are opened at first
+  /// use, in the network namespace of the calling thread. Precondition: `results` is as long as `packets`.
+  void send(std::span<OutgoingPacket const> packets, std::span<SendResult> results);
 
   /// Closes the sockets of all endpoints but these.
   void endpointsAre(std::set<SourceEndpoint> const& endpoints);

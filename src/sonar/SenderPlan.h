@@ -20,6 +20,11 @@
 
 namespace Sonar {
 
+struct OutgoingProbe {
+  Flow flow;
+  Probe probe;
+};
+
 class SenderPlan {
  public:
   struct Counts {

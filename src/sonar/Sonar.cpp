@@ -63,6 +63,19 @@ void Service::ordersAre(Rix::Seconds now, Orders orders) {
   packets_.endpointsAre(sender_.endpoints());
 }
 
+void Service::adopt(Rix::Seconds, std::span<IngressStreamStatisticsTableEntry const>,
+                    std::span<EgressStreamTable const>) {}
+
+void Service::agentRestarted(Rix::Seconds) {}
+
+void Service::stop(Rix::Seconds now) {
+  sender_.ordersAre(now, {.configuration = 0, .enabled = true});
+}
+
+bool Service::stopped() const {
+  return true;
+}
+
 void Service::drain(Rix::Seconds now) {
   packets_.drain([&](std::span<U8 const> bytes, Netkit::IntfId interface) {
     ReceivedPacket packet;
@@ -77,10 +90,12 @@ void Service::drain(Rix::Seconds now) {
 
 void Service::send(Rix::Seconds now) {
   do {
+    due_.clear();
+    sender_.takeDue(now, sendBatch, due_);
     outgoing_.clear();
-    sender_.takeDue(now, sendBatch, outgoing_);
+    for (auto const& [flow, probe] : due_) outgoing_.push_back({flow, probe.ttl, encodeProbe(probe, flow, keys_)});
     results_.assign(outgoing_.size(), SendResult::failed);
-    packets_.send(outgoing_, keys_, results_);
+    packets_.send(outgoing_, results_);
     sender_.results(results_);
   } while (outgoing_.size() == sendBatch);
 }

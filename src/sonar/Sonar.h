@@ -51,6 +51,16 @@ class Service {
   /// The configuration at the end of a turn.
   void ordersAre(Rix::Seconds now, Orders orders);
 
+  /// What the tables hold from a service that ran before on this switch. At most once, before anything else.
+  void adopt(Rix::Seconds now, std::span<IngressStreamStatisticsTableEntry const> ingress,
+             std::span<EgressStreamTable const> egress);
+  /// The switch's agent is a new one, which has the tables still to read, or is about to.
+  void agentRestarted(Rix::Seconds now);
+  /// Ends all that is sent, on purpose, and follows no orders any more. Those who receive should be told for some
+  /// seconds: whoever has the time goes on driving the service until it has `stopped`.
+  void stop(Rix::Seconds now);
+  bool stopped() const;
+
   /// What became of the packets that the tap saw: `none` counts those that were taken.
   U64 packets(Rejection rejection) const { return parsed_[static_cast<std::size_t>(rejection)]; }
   U64 packetsDropped() const { return packets_.dropped(); }
@@ -69,7 +79,8 @@ class Service {
   std::array<U64, rejectionCount> parsed_{};
   Rix::Seconds nextSweep_ = 0;
   Rix::Seconds nextSend_ = 0;
-  std::vector<OutgoingProbe> outgoing_;
+  std::vector<OutgoingProbe> due_;
+  std::vector<OutgoingPacket> outgoing_;
   std::vector<SendResult> results_;
 };
 

@@ -28,10 +28,9 @@ class WirePacketIo : public PacketIo {
     for (; !arrived.empty(); arrived.pop_front()) taker(arrived.front(), intf("eth1"));
   }
   U64 dropped() override { return 0; }
-  void send(std::span<OutgoingProbe const> probes, Keyring const& keys, std::span<SendResult> results) override {
-    for (std::size_t i = 0; i < probes.size(); ++i) {
-      auto const payload = encodeProbe(probes[i].probe, probes[i].flow, keys);
-      if (carries) other->arrived.push_back(ipPacket(probes[i].flow, payload, probes[i].probe.ttl));
+  void send(std::span<OutgoingPacket const> packets, std::span<SendResult> results) override {
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      if (carries) other->arrived.push_back(ipPacket(packets[i].flow, packets[i].payload, packets[i].hopLimit));
       results[i] = SendResult::sent;
     }
   }
