@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 
 #include "central/CentralStore.h"
 #include "lab/Flows.h"
 #include "lab/Seed.h"
 #include "lab/StandIn.h"
 #include "model/SystemId.h"
+#include "runtime/Json.h"
 #include "runtime/Vesta.h"
 
 namespace Lab {
@@ -246,6 +248,17 @@ std::string VirtualFabric::logText() const {
     text += time + each.message.text + "\n";
   }
   return text;
+}
+
+std::string VirtualFabric::stateText() {
+  std::ostringstream text;
+  for (const auto& each : switches_) {
+    if (!each->sonarRuns()) continue;
+    for (const auto& row : each->ingressRows()) text << row << "\n";
+    for (const auto& row : each->egressRows()) text << row << "\n";
+  }
+  text << Rix::jsonText(status()) << "\n" << Rix::jsonText(*root().zebStreamTable()) << "\n";
+  return text.str();
 }
 
 std::vector<VirtualFabric::Names> VirtualFabric::namedPairs() const {

@@ -28,11 +28,15 @@ TEST(VirtualFabric, NamesARealLossByItsPairAlone) {
         const std::string spineEnd = "spine" + std::to_string(spine) + ":eth" + std::to_string(leaf);
         const std::string& from = up ? leafEnd : spineEnd;
         const std::string& to = up ? spineEnd : leafEnd;
-        SCOPED_TRACE("seed " + std::to_string(++seed) + ", loss from " + from + " to " + to);
-        VirtualFabric fabric(virtualScenario("faults:\n  - {at: 20, kind: loss, from: \"" + from + "\", to: \"" + to +
-                                             "\"}\nduration: 45\n", {.ports = 6}),
-                             {.seed = seed});
-        ASSERT_GT(fabric.flowsOver(fabric.scenario().faults[0].where), 0u);
+        const Scenario scenario =
+            virtualScenario("faults:\n  - {at: 20, kind: loss, from: \"" + from + "\", to: \"" + to +
+                                "\"}\nduration: 45\n",
+                            {.ports = 6});
+        // With some seeds no stream takes this link, and a loss on it could not show.
+        while (VirtualFabric(scenario, {.seed = ++seed}).flowsOver(scenario.faults[0].where) == 0) {
+        }
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", loss from " + from + " to " + to);
+        VirtualFabric fabric(scenario, {.seed = seed});
         fabric.run();
         const VirtualFabric::Names pair{from.substr(0, from.find(':')), to.substr(0, to.find(':'))};
         EXPECT_EQ(fabric.namedPairs(), std::vector{pair}) << fabric.logText();

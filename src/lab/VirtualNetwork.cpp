@@ -9,9 +9,30 @@
 namespace Lab {
 namespace {
 
-// The address and the mask bits of a share in 2^32 parts: `number` is uniform.
+// In which of so many equal parts of its range a number lies.
 std::size_t partOf(std::uint64_t number, std::size_t parts) {
   return static_cast<std::size_t>(((number >> 32) * parts) >> 32);
+}
+
+// The packet as a tap would see it. Checksums are zero: nobody who reads this looks at them.
+void writePacket(std::span<std::uint8_t> bytes, const Sonar::Flow& flow, std::uint8_t hopLimit,
+                 const Sonar::ProbePayload& payload) {
+  const auto put16 = [&](std::size_t offset, std::size_t value) {
+    bytes[offset] = static_cast<std::uint8_t>(value >> 8);
+    bytes[offset + 1] = static_cast<std::uint8_t>(value);
+  };
+  bytes[0] = 0x45;
+  put16(2, bytes.size());
+  bytes[8] = hopLimit;
+  bytes[9] = 17;
+  put16(12, flow.source.value() >> 16);
+  put16(14, flow.source.value());
+  put16(16, flow.destination.value() >> 16);
+  put16(18, flow.destination.value());
+  put16(20, flow.sourcePort);
+  put16(22, flow.destinationPort);
+  put16(24, Sonar::udpHeaderSize + payload.size());
+  std::copy(payload.begin(), payload.end(), bytes.begin() + Sonar::minIpHeaderSize + Sonar::udpHeaderSize);
 }
 
 std::uint64_t flowNumber(const Sonar::Flow& flow) {
@@ -150,8 +171,8 @@ bool VirtualNetwork::dropped(LinkSide side, const Sonar::Flow& flow) {
 }
 
 bool VirtualNetwork::send(double now, std::size_t node, const Sonar::Flow& flow, std::uint8_t hopLimit,
-                          std::span<const std::uint8_t> payload) {
-  if (payload.size() > maxPayload || hopLimit == 0) return false;
+                          const Sonar::ProbePayload& payload) {
+  RIX_ASSERT(hopLimit > 0);
   std::optional<LinkSide> side = nextHop(node, flow);
   if (!side) return false;
   double when = now;
@@ -165,40 +186,26 @@ bool VirtualNetwork::send(double now, std::size_t node, const Sonar::Flow& flow,
       if (!side) return true;
       continue;
     }
-    std::size_t place = places_.size();
-    if (freePlaces_.empty()) {
-      places_.emplace_back();
-    } else {
-      place = freePlaces_.back();
-      freePlaces_.pop_back();
-    }
+    const std::size_t place = freePlace();
     Arrival& arrival = places_[place];
     arrival.when = when;
     arrival.node = at;
     arrival.interface = sideNames_[2 * in.link + in.side];
-    arrival.size = Sonar::minIpHeaderSize + Sonar::udpHeaderSize + payload.size();
-    const auto put16 = [&](std::size_t offset, std::size_t value) {
-      arrival.bytes[offset] = static_cast<std::uint8_t>(value >> 8);
-      arrival.bytes[offset + 1] = static_cast<std::uint8_t>(value);
-    };
-    // Checksums stay zero: nobody who reads this looks at them.
-    arrival.bytes.fill(0);
-    arrival.bytes[0] = 0x45;
-    put16(2, arrival.size);
-    arrival.bytes[8] = left;
-    arrival.bytes[9] = 17;
-    put16(12, flow.source.value() >> 16);
-    put16(14, flow.source.value());
-    put16(16, flow.destination.value() >> 16);
-    put16(18, flow.destination.value());
-    put16(20, flow.sourcePort);
-    put16(22, flow.destinationPort);
-    put16(24, Sonar::udpHeaderSize + payload.size());
-    std::copy(payload.begin(), payload.end(), arrival.bytes.begin() + Sonar::minIpHeaderSize + Sonar::udpHeaderSize);
+    writePacket(arrival.bytes, flow, left, payload);
     underWay_.push_back({when, sent_, place});
     std::push_heap(underWay_.begin(), underWay_.end());
     return true;
   }
+}
+
+std::size_t VirtualNetwork::freePlace() {
+  if (freePlaces_.empty()) {
+    places_.emplace_back();
+    return places_.size() - 1;
+  }
+  const std::size_t place = freePlaces_.back();
+  freePlaces_.pop_back();
+  return place;
 }
 
 const VirtualNetwork::Arrival& VirtualNetwork::takeArrival() {

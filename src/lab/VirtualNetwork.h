@@ -22,7 +22,6 @@ namespace Lab {
 class VirtualNetwork {
  public:
   static constexpr double hopDelay = 50e-6;  // seconds; and up to as much again, by the seed
-  static constexpr std::size_t maxPayload = 256;
 
   // All links up, everything routed, and on every interface its address of the topology, which must outlive this.
   VirtualNetwork(const Topology& topology, std::uint64_t seed);
@@ -45,18 +44,15 @@ class VirtualNetwork {
   // What this switch sees of itself, always as of now.
   const Sonar::SwitchView& view(std::size_t node) const;
 
-  // A packet leaves `node` at `now` with this hop limit. False: it has no route, or is too long.
+  // A packet leaves `node` at `now` with this hop limit, at least 1. False: it has no route.
   bool send(double now, std::size_t node, const Sonar::Flow& flow, std::uint8_t hopLimit,
-            std::span<const std::uint8_t> payload);
+            const Sonar::ProbePayload& payload);
   // A packet that ended at a node, from its first header byte on.
   struct Arrival {
     double when = 0;
     std::size_t node = 0;
     Netkit::IntfId interface{};
-    std::size_t size = 0;
-    std::array<std::uint8_t, Sonar::minIpHeaderSize + Sonar::udpHeaderSize + maxPayload> bytes{};
-
-    std::span<const std::uint8_t> packet() const { return {bytes.data(), size}; }
+    std::array<std::uint8_t, Sonar::minIpHeaderSize + Sonar::udpHeaderSize + Sonar::probePayloadSize> bytes{};
   };
   // When the next packet ends, Rix::never if none is under way.
   double nextArrival() const { return underWay_.empty() ? Rix::never : underWay_.front().when; }
@@ -99,6 +95,7 @@ class VirtualNetwork {
   std::optional<LinkSide> nextHop(std::size_t node, const Sonar::Flow& flow) const;
   bool dropped(LinkSide side, const Sonar::Flow& flow);
   std::uint64_t random();
+  std::size_t freePlace();
 
   const Topology& topology_;
   std::uint64_t randomState_;

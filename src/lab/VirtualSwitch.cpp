@@ -26,16 +26,15 @@ class NetworkPacketIo : public Sonar::PacketIo {
   std::vector<int> fds() const override { return {}; }
   void localAddressesAre(std::span<Netkit::IpAddr const>) override {}
   void drain(const Taker& taker) override {
-    if (arrived) taker(arrived->packet(), arrived->interface);
+    if (arrived) taker(arrived->bytes, arrived->interface);
     arrived = nullptr;
   }
   U64 dropped() override { return 0; }
-  void send(std::span<Sonar::OutgoingProbe const> probes, const Sonar::Keyring& keys,
-            std::span<Sonar::SendResult> results) override {
-    for (std::size_t i = 0; i < probes.size(); ++i) {
-      const Sonar::ProbePayload payload = encodeProbe(probes[i].probe, probes[i].flow, keys);
-      const bool sent = network_.send(time_.now(), node_, probes[i].flow, probes[i].probe.ttl, payload);
-      results[i] = sent ? Sonar::SendResult::sent : Sonar::SendResult::failed;
+  void send(std::span<Sonar::OutgoingPacket const> packets, std::span<Sonar::SendResult> results) override {
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      const auto& [flow, hopLimit, payload] = packets[i];
+      results[i] = network_.send(time_.now(), node_, flow, hopLimit, payload) ? Sonar::SendResult::sent
+                                                                              : Sonar::SendResult::failed;
     }
   }
   void endpointsAre(const std::set<Sonar::SourceEndpoint>&) override {}
