@@ -16,4 +16,9 @@ void fillCentralStore(Atlas::EntityManager& store) {
   if (clusters) clusters->statusIs("default");
 }
 
+void renewCentralStore(Atlas::EntityManager& store) {
+  store.entityDel("root");
+  store.entityIs("zeb/status", Rix::make<ZebStatus>());
+}
+
 }  // namespace Zeb

@@ -23,9 +23,20 @@ void ZebServiceMounter::doMountsComplete(Rix::String8 groupName, Rix::Ptr<Atlas:
   agent_->doFabricMounts();
 }
 
+MachinesSm::MachinesSm(Rix::Ptr<ZebStatus const> const& status, Rix::Ptr<Fabric::FabricdbService> const& service)
+    : service_(service) {
+  status_.notifierIs(status);
+  handleEnabled();
+}
+
+void MachinesSm::handleEnabled() {
+  service_->machinesStandIs(status_->enabled());
+}
+
 Agent::~Agent() {
   serviceMounter_.del();
   rootSm_.del();
+  machinesSm_.del();
 }
 
 Rix::Type const& Agent::fwkType() const {
@@ -82,7 +93,9 @@ void Agent::doServiceAgentInit() {
   versions->versionRangeIs(1, 1);
   group->versionWhiteListIs(versions);
   group->fabricMountIs("mgmt/zeb/hubx/config", "zeb/client/configDir", "Zeb::ClientConfig", "rCt");
-  group->fabricMountIs("mgmt/zeb/echoStatus", "zeb/client/waveStatusDir", "Zeb::ZebSonarStatusV1", "rCt");
+  Fabric::FabricMount* const status =
+      group->fabricMountIs("mgmt/zeb/echoStatus", "zeb/client/waveStatusDir", "Zeb::ZebSonarStatusV1", "rCt");
+  status->given = Fabric::Given::whileMachinesStand;
   Fabric::PerSwitchPublishMount* const publishMount = group->perSwitchPublishMountIs(
       "zeb/client/waveConfigDir", "mgmt/zeb/hubx/waveConfigDir/waveConfig", "Zeb::ZebSonarConfigV1");
   publishMount->publishActiveIs(true);
@@ -112,6 +125,8 @@ void Agent::doFabricMountsComplete(Atlas::MountStatus mountStatus,
   rootSm_.is(config_, status_, root_, fabricdbStatus_, defaultClusterStatus_, clientConfigDir, waveConfigDir,
              Rix::Ptr<Rix::Dir const>(waveStatusDir), Rix::Ptr<ProbeStreamTable>(root_->zebStreamTable()),
              Rix::Ptr<ProbeStreamEventTable>(root_->eventTable()));
+  machinesSm_.is(Rix::Ptr<ZebStatus const>(status_), Rix::Ptr<Fabric::FabricdbService>(fabricdbServiceIs(
+                                                         "Zeb", this->entityManager(), fabricdbEntityManager())));
 }
 
 Rix::Ptr<Agent> agentFactory(Rix::Name const& name) {

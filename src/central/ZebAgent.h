@@ -10,7 +10,8 @@
 //   doFabricMountsComplete     creates RootSm
 //
 // Whether anything runs after that is RootSm's business: the agent never looks at configuration or leadership, and
-// there is no way back to an earlier stage. What is missing on the way is an assertion that names it.
+// there is no way back to an earlier stage. What is missing on the way is an assertion that names it. It passes on what
+// RootSm decides: the exchange gives the switches' status only while there are machines to hear of it.
 #pragma once
 
 #include "central/RootSm.h"
@@ -31,6 +32,28 @@ class ZebServiceMounter : public Fabric::FabricdbServiceMounter {
 
  private:
   Agent* const agent_;
+};
+
+// Tells whoever serves the exchange whether the machines stand: from the making of RootSm on, and at each change of the
+// status that it writes.
+class MachinesSm : public Rix::Reactor<MachinesSm> {
+ public:
+  MachinesSm(Rix::Ptr<ZebStatus const> const& status, Rix::Ptr<Fabric::FabricdbService> const& service);
+  void handleEnabled();
+
+  template <class F>
+  void rixParts(F&& part) {
+    part(status_);
+  }
+  auto rixParameters() const { return std::tuple(Rix::Ptr<ZebStatus const>(status_.notifier()), service_); }
+
+ private:
+  struct RixStatus : Rix::Watch<RixStatus, ZebStatus const, MachinesSm> {
+    using Watch::Watch;
+    void onEnabled() override { pass(&MachinesSm::handleEnabled); }
+  };
+  RixStatus status_{this};
+  Rix::Ptr<Fabric::FabricdbService> const service_;
 };
 
 class Agent : public DaemonKit::ServiceAgent {
@@ -63,6 +86,7 @@ class Agent : public DaemonKit::ServiceAgent {
   Rix::Owned<ZebServiceMounter> serviceMounter_;
   Rix::Ptr<Root> root_;
   Rix::Owned<RootSm> rootSm_;
+  Rix::Owned<MachinesSm> machinesSm_;
 };
 
 // The entry of the central side.

@@ -20,8 +20,10 @@ class NotingHost final : public Fabric::ServiceHost {
   }
   Rix::Ptr<Atlas::EntityManager> const& entityManager() const override { return database_; }
   void serviceClosed(Rix::Ptr<Fabric::FabricdbService> const& service) override { services.push_back(service); }
+  void machinesStand(Rix::Ptr<Fabric::FabricdbService> const&, bool stand) override { words.push_back(stand); }
 
   std::vector<Rix::Ptr<Fabric::FabricdbService>> services;
+  std::vector<bool> words;
 
  private:
   Rix::Ptr<Atlas::EntityManager> const database_;

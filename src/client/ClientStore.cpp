@@ -21,4 +21,9 @@ void fillClientStore(Atlas::EntityManager& store, Rix::Ptr<Sonar::LocalStatus> c
   store.entityIs("sonar/localStatus", localStatus);
 }
 
+void renewClientStore(Atlas::EntityManager& store) {
+  store.entityIs("mgmt/zeb/hubx/config", Rix::make<ClientConfig>());
+  store.entityIs("mgmt/zeb/echoStatus", Rix::make<ZebSonarStatusV1>());
+}
+
 }  // namespace Zeb

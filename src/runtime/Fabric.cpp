@@ -14,10 +14,11 @@ bool VersionWhiteList::admits(U32 version) const {
                      [version](auto const& range) { return range.first <= version && version <= range.second; });
 }
 
-void FabricdbServiceMountGroup::fabricMountIs(std::string_view switchPath, std::string_view centralPath,
-                                              std::string_view type, std::string_view mode) {
+FabricMount* FabricdbServiceMountGroup::fabricMountIs(std::string_view switchPath, std::string_view centralPath,
+                                                      std::string_view type, std::string_view mode) {
   RIX_ASSERT(!closed_, name_);
   fabricMounts_.push_back({std::string(switchPath), std::string(centralPath), std::string(type), std::string(mode)});
+  return &fabricMounts_.back();
 }
 
 PerSwitchPublishMount* FabricdbServiceMountGroup::perSwitchPublishMountIs(std::string_view centralPath,
@@ -50,6 +51,10 @@ void FabricdbService::closedIs(bool closed) {
   if (closed_ == closed) return;
   closed_ = closed;
   if (closed_ && host_) host_->serviceClosed(Rix::Ptr<FabricdbService>(this));
+}
+
+void FabricdbService::machinesStandIs(bool stand) {
+  if (closed_ && host_) host_->machinesStand(Rix::Ptr<FabricdbService>(this), stand);
 }
 
 }  // namespace Fabric

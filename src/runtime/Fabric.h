@@ -6,6 +6,7 @@
 // declared and then closed; from then on the host serves them (FabricEnds.h).
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -55,12 +56,23 @@ class VersionWhiteList : public Rix::PtrInterface {
   std::vector<std::pair<U32, U32>> ranges_;
 };
 
+// When the entries of a mount are given to the central side.
+enum class Given : U8 {
+  // Before the group is reported, so that they are there when the agent makes its machines, and from then on. The last
+  // report of each switch is stored: a centre that starts anew has it also while the switch is away.
+  beforeTheGroup,
+  // Only while the agent's machines stand (FabricdbService::machinesStandIs), as new entities each time: what stands
+  // already is news to machines that are new, and no state from which they start.
+  whileMachinesStand
+};
+
 // A mount from each switch to the centre. `mode` is the one of Atlas: "rCt".
 struct FabricMount {
   std::string switchPath;
   std::string centralPath;
   std::string type;
   std::string mode;
+  Given given = Given::beforeTheGroup;
 };
 
 class PerSwitchPublishMount : public Rix::PtrInterface {
@@ -89,8 +101,8 @@ class FabricdbServiceMountGroup : public Rix::PtrInterface {
   Rix::Ptr<FabricdbServiceMounter> const& mounter() const { return mounter_; }
 
   // Declarations, in order; none once the group is closed.
-  void fabricMountIs(std::string_view switchPath, std::string_view centralPath, std::string_view type,
-                     std::string_view mode);
+  FabricMount* fabricMountIs(std::string_view switchPath, std::string_view centralPath, std::string_view type,
+                             std::string_view mode);
   PerSwitchPublishMount* perSwitchPublishMountIs(std::string_view centralPath, std::string_view switchPath,
                                                  std::string_view type);
   void versionWhiteListIs(Rix::Ptr<VersionWhiteList> const& list) { versionWhiteList_ = list; }
@@ -98,7 +110,7 @@ class FabricdbServiceMountGroup : public Rix::PtrInterface {
   void preserveMountsOnDisconnectIs(bool preserve) { preserveMountsOnDisconnect_ = preserve; }
   void closedIs(bool closed) { closed_ = closed; }
 
-  std::vector<FabricMount> const& fabricMounts() const { return fabricMounts_; }
+  std::deque<FabricMount> const& fabricMounts() const { return fabricMounts_; }
   std::vector<Rix::Ptr<PerSwitchPublishMount>> const& publishMounts() const { return publishMounts_; }
   bool preserveMountsOnDisconnect() const { return preserveMountsOnDisconnect_; }
   bool closed() const { return closed_; }
@@ -108,7 +120,7 @@ class FabricdbServiceMountGroup : public Rix::PtrInterface {
  private:
   Rix::Name const name_;
   Rix::Ptr<FabricdbServiceMounter> const mounter_;
-  std::vector<FabricMount> fabricMounts_;
+  std::deque<FabricMount> fabricMounts_;
   std::vector<Rix::Ptr<PerSwitchPublishMount>> publishMounts_;
   Rix::Ptr<VersionWhiteList> versionWhiteList_;
   bool preserveMountsOnDisconnect_ = false;
@@ -122,6 +134,9 @@ class ServiceHost {
   virtual Rix::Ptr<Atlas::EntityManager> const& entityManager() const = 0;
   // The service has been closed: its group is to be served.
   virtual void serviceClosed(Rix::Ptr<FabricdbService> const& service) = 0;
+  // The service's agent has made its machines, has taken them away, or has found that it makes none for now. Takes
+  // effect as the next input.
+  virtual void machinesStand(Rix::Ptr<FabricdbService> const& service, bool stand) = 0;
 
  protected:
   ~ServiceHost() = default;
@@ -142,6 +157,10 @@ class FabricdbService : public Rix::PtrInterface {
   Rix::Ptr<VersionWhiteList> versionWhiteListIs(Rix::Name const& name);
   // True: hands the service to its host, once.
   void closedIs(bool closed);
+  // What the agent says of its machines: whether they stand, in this input or before it. Nothing is published to any
+  // switch before the first word of it, whichever it is, since only then the machines have had their say; and what is
+  // given while machines stand follows it. In a cluster only the member that leads has links to switches.
+  void machinesStandIs(bool stand);
   // True (the default): what is published to a switch leaves only after what that switch reports has been read.
   void publishMountsSynchronizedIs(bool synchronized) { publishMountsSynchronized_ = synchronized; }
 

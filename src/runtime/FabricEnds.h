@@ -7,12 +7,21 @@
 // Trees that travel stand where the agents look for them: on a switch at the declared paths, at the centre as entries
 // of the declared directories, named by the switch's system id. While a link is away nothing is noted but what changes;
 // when it returns, a snapshot brings the difference. What cannot be read ends the link, with one line in the trace.
+//
+// Either end may start anew while the other stands:
+// - A switch's new end takes over the copy of its orders that stands in its database, and the centre's orders are
+// patched
+//   into it: what is unchanged is written by nobody. At the centre the reports of the new agent replace the old ones,
+//   in one dispatch, when all of them are there.
+// - A new centre has the reports that its store holds, and those of the switches that are connected by then, before it
+//   reports its group; orders leave after the agent's machines have been made from them.
 #pragma once
 
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,6 +31,7 @@
 #include "runtime/Frames.h"
 #include "runtime/Reactor.h"
 #include "runtime/Replica.h"
+#include "runtime/ReportStore.h"
 #include "runtime/Transport.h"
 
 namespace Fabric {
@@ -31,6 +41,9 @@ inline constexpr U32 switchVersion = 1;
 
 // A beat each second shows the loss of a last frame; what is missing is asked for at most twice a second.
 inline constexpr Rix::Seconds beatInterval = 1.0;
+
+// How long the report of the group waits for the first reports of switches that are connected.
+inline constexpr Rix::Seconds firstReportsTimeout = 2.0;
 
 class Asking {
  public:
@@ -117,8 +130,16 @@ class Subscription {
   void disconnected();
   // While held, complete snapshots wait in place of being applied. Releasing applies what waits.
   void heldIs(bool held);
-  // A snapshot, or the word that there is none, has come since writerIs.
-  bool hasFirst() const { return sequence_.synchronised() || first_.has_value(); }
+  // While not wanted, what comes is dropped, and the tree goes. When it is wanted again a snapshot is to be asked for.
+  void wantedIs(bool wanted);
+  bool wanted() const { return wanted_; }
+  // Neither a snapshot nor the word that there is none has come since writerIs.
+  bool awaited() const { return wanted_ && !sequence_.synchronised() && !first_; }
+
+  // The tree with its writer, to be restored by a later process; empty if there is no tree.
+  std::string stored() const;
+  // Puts back what was stored, before any writer presents itself. FrameException if the bytes are no such thing.
+  void restore(std::string_view bytes);
 
   // Takes a frame of this mount. False: something is missing, and a snapshot is to be asked for. FrameException.
   bool take(Rix::Frame const& frame);
@@ -138,6 +159,7 @@ class Subscription {
   Rix::MessageAssembler assembler_;
   Rix::SequenceCheck sequence_;
   bool held_ = false;
+  bool wanted_ = true;
   std::optional<Message> first_;
 };
 
@@ -193,8 +215,9 @@ class SwitchEnd final : LinkUser {
     U32 version = switchVersion;
   };
   // `reported` goes to the centre, `ordered` comes from it, each in the order in which the service declares them. An
-  // unknown type: RangeException. Links count from now on: make it when the agent's machines stand. The activity and
-  // the transport must outlive it.
+  // unknown type: RangeException. Links count from now on: make it when the agent's machines stand. What stands at an
+  // ordered mount is the copy that an earlier end has left, and is kept. The activity and the transport must outlive
+  // it.
   SwitchEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atlas::EntityManager> const& entityManager,
             Identity identity, std::vector<SwitchMount> const& reported, std::vector<SwitchMount> const& ordered);
   ~SwitchEnd();
@@ -231,15 +254,19 @@ class CentralEnd final : public ServiceHost, LinkUser {
   // The most switches that one centre takes on.
   static constexpr std::size_t maxSwitches = 16384;
 
-  // `entityManager` is the database of the central directories. `incarnation`: another one at each start. The activity
-  // and the transport must outlive it.
+  // `entityManager` is the database of the central directories. `incarnation`: another one at each start. `reports`,
+  // which may be null, holds the last reports of a group that preserves its mounts. The activity, the transport and the
+  // store must outlive it.
   CentralEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atlas::EntityManager> const& entityManager,
-             U64 incarnation);
+             U64 incarnation, ReportStore* reports = nullptr);
   ~CentralEnd();
 
   Rix::Ptr<Atlas::EntityManager> const& entityManager() const override { return entityManager_; }
-  // Serves the service's groups; one service of one group is what there is. The group is reported as the next input.
+  // Serves the service's groups; one service of one group is what there is. Links count from now on. The group is
+  // reported as the next input, or, if there are switches by then that have presented themselves, when the first report
+  // of each has been applied or its link has gone, and at the latest after `firstReportsTimeout`.
   void serviceClosed(Rix::Ptr<FabricdbService> const& service) override;
+  void machinesStand(Rix::Ptr<FabricdbService> const& service, bool stand) override;
 
   U64 malformedFrames() const { return malformedFrames_; }
   // Links that were ended because of an unknown version, a name that is no identity, or too many switches.
@@ -256,9 +283,20 @@ class CentralEnd final : public ServiceHost, LinkUser {
   void handleHello(Link& link, Rix::Frame const& frame);
   void handleFrame(Switch& each, Rix::Frame const& frame);
   void handleGroup();
+  void handleGroupTimeout();
   void handleFirst(Switch& each);
+  void handleMachines(bool stand);
   void handleEntry(std::size_t publishMount, Rix::Name const& name);
   void handleBeat();
+  void flushReports();
+
+  bool stores(FabricMount const& mount) const;
+  void restoreReports();
+  void ask(Switch& each, std::size_t mount);
+  void linkPublications(Switch& each);
+  void makeOrders(Switch const& each);
+  bool firstReportsAwaited() const;
+  void reportGroup();
   Switch& switchIs(std::string const& systemId);
   void refuse(Link& link, std::string const& why);
   void tell(Switch const& each, MountState state);
@@ -267,6 +305,7 @@ class CentralEnd final : public ServiceHost, LinkUser {
   Transport& transport_;
   Rix::Ptr<Atlas::EntityManager> const entityManager_;
   U64 const incarnation_;
+  ReportStore* const reports_;
   U64 malformedFrames_ = 0;
   U64 refusedSwitches_ = 0;
   Outbox outbox_;
@@ -275,8 +314,13 @@ class CentralEnd final : public ServiceHost, LinkUser {
   std::vector<Rix::Ptr<DirWatch>> watches_;
   std::map<std::string, std::unique_ptr<Switch>> switches_;
   std::map<Link*, Switch*> links_;  // null until hello. Looked up, never walked
+  std::set<std::string> changed_;   // whose reports have changed in this turn
+  bool closed_ = false;             // the group is to be reported as soon as no first report is awaited
+  bool reported_ = false;
+  std::optional<bool> machines_;  // as the agent has said
   Rix::Ptr<Alarm> beat_;
-  std::shared_ptr<CentralEnd*> self_;  // emptied when this goes: for what was posted
+  Rix::Ptr<Alarm> firstReportsTimer_;
+  std::shared_ptr<CentralEnd*> self_;  // emptied when this goes: for what was posted, and for the activity's flushes
 };
 
 }  // namespace Fabric

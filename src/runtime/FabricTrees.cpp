@@ -123,6 +123,36 @@ void Subscription::heldIs(bool held) {
   apply(message.header, message.payload);
 }
 
+void Subscription::wantedIs(bool wanted) {
+  if (wanted_ == wanted) return;
+  wanted_ = wanted;
+  assembler_.clear();
+  first_.reset();
+  sequence_.lost();
+  if (!wanted) replica_.remove();
+}
+
+std::string Subscription::stored() const {
+  if (!replica_.root()) return {};
+  Rix::ByteWriter writer;
+  writer.fixed(schemaHash_);
+  writer.fixed(applied_);
+  writer.raw(replica_.encoded());
+  return writer.take();
+}
+
+void Subscription::restore(std::string_view bytes) {
+  Rix::ByteReader reader(bytes);
+  auto const schemaHash = reader.fixed<U32>("schema hash");
+  if (schemaHash != schemaHash_) {
+    reader.malformed("schema hash of " + std::string(replica_.record().name()), std::to_string(schemaHash_),
+                     std::to_string(schemaHash));
+  }
+  auto const writer = reader.fixed<U64>("incarnation");
+  replica_.snapshot(reader.raw(reader.left(), "snapshot"), false);
+  applied_ = writer;
+}
+
 bool Subscription::take(Rix::Frame const& frame) {
   Rix::FrameHeader const& header = frame.header;
   if (header.schemaHash != schemaHash_) {
@@ -134,7 +164,7 @@ bool Subscription::take(Rix::Frame const& frame) {
     throw Rix::FrameException("malformed frame: incarnation: expected " + std::to_string(writer_) + ", found " +
                               std::to_string(header.incarnation));
   }
-  if (!assembler_.take(frame)) return true;
+  if (!wanted_ || !assembler_.take(frame)) return true;
   return takeMessage(header, assembler_.message());
 }
 

@@ -458,6 +458,51 @@ void Replica::snapshot(std::string_view payload, bool sameWriter) {
   Patch(*this, payload, sameWriter).update(standing, none, 0);
 }
 
+std::string Replica::encoded() const {
+  RIX_ASSERT(root());
+  std::unordered_map<Entity const*, U32> serials;
+  for (Node const& node : nodes_) {
+    if (node.entity) serials[node.entity.get()] = node.serial;
+  }
+  ByteWriter writer;
+  U32 slots = 0;
+  std::function<void(Entity const&)> const tell = [&](Entity const& entity) {
+    writer.variable(slots++);
+    writer.variable(serials[&entity]);
+    for (auto const& field : recordOf(entity).fields()) {
+      if (field->kind() == AttributeKind::constant || field->kind() == AttributeKind::plain) {
+        field->encode(entity, writer);
+      } else if (field->kind() == AttributeKind::values) {
+        writer.variable(field->entries(entity));
+        field->forEachEntry(entity, [&writer](std::string_view key, std::string_view value) {
+          writer.raw(key);
+          writer.raw(value);
+        });
+      } else if (field->ownsEntities()) {
+        auto const members = field->members(entity);
+        writer.variable(members.size());
+        for (auto const& member : members) tell(*member);
+      }
+    }
+  };
+  tell(*root());
+  return writer.take();
+}
+
+void Replica::adopt(Ptr<Entity> const& root) {
+  RIX_ASSERT(nodes_.empty() && &recordOf(*root) == &record_);
+  adopt(root, none, 0);
+}
+
+void Replica::adopt(Ptr<Entity> const& entity, U32 parent, unsigned field) {
+  auto const slot = static_cast<U32>(nodes_.size());
+  place(slot, 0, entity, parent, field);
+  for (auto const& each : recordOf(*entity).fields()) {
+    if (!each->ownsEntities()) continue;
+    for (auto const& member : each->members(*entity)) adopt(member, slot, each->index());
+  }
+}
+
 void Replica::replaceRoot(std::string_view payload) {
   remove();
   ByteReader reader(payload);

@@ -50,6 +50,11 @@ class Replica {
   void snapshot(std::string_view payload, bool sameWriter);
   // The first pass alone.
   void checkSnapshot(std::string_view payload) const;
+  // The tree as the payload of a snapshot, with the writer's serial numbers. There must be one.
+  std::string encoded() const;
+  // Takes a tree that stands for its own, as one of a writer before. It must be of the replica's type, and nothing may
+  // stand here.
+  void adopt(Ptr<Entity> const& root);
   // The writer has no such tree any more.
   void remove();
 
@@ -80,6 +85,7 @@ class Replica {
   void apply(DeltaStep const& step, std::string_view payload);
   void prefetch(DeltaStep const& step) const;
   void replaceRoot(std::string_view payload);
+  void adopt(Ptr<Entity> const& entity, U32 parent, unsigned field);
 
   Record const& record_;
   NewWriter const newWriter_;

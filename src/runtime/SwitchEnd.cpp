@@ -48,11 +48,13 @@ SwitchEnd::SwitchEnd(Rix::Activity& activity, Transport& transport, Rix::Ptr<Atl
   }
   for (SwitchMount const& mount : ordered) {
     auto const [dir, name] = place(mount.path);
-    subscriptions_.push_back(
-        std::make_unique<Subscription>(recordByName(mount.type), Rix::Replica::NewWriter::patches,
-                                       [dir = dir, name = name](Rix::Ptr<Rix::Entity> const& root) {
-                                         root ? dir->entityPtrIs(name, root) : dir->entityDel(name);
-                                       }));
+    Rix::Record const& record = recordByName(mount.type);
+    subscriptions_.push_back(std::make_unique<Subscription>(
+        record, Rix::Replica::NewWriter::patches, [dir = dir, name = name](Rix::Ptr<Rix::Entity> const& root) {
+          root ? dir->entityPtrIs(name, root) : dir->entityDel(name);
+        }));
+    Rix::Ptr<Rix::Entity> const standing = dir->entityRef(name);
+    if (standing && standing->fwkType().record() == &record) subscriptions_.back()->replica().adopt(standing);
   }
   asking_.resize(subscriptions_.size());
   transport_.userIs(this);
