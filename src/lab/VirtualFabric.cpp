@@ -43,11 +43,11 @@ Sonar::Keyring keysOf(std::uint64_t seed) {
 // What goes when the centre's process goes.
 class VirtualFabric::Centre {
  public:
-  explicit Centre(VirtualFabric& fabric) : activity_(fabric.time_) {
+  explicit Centre(VirtualFabric& fabric) : activity_(fabric.time_), port_(fabric.exchange_.centre(activity_)) {
     const Rix::Activity::Use use(activity_);
     store_ = Rix::make<Atlas::EntityManager>("centre");
-    end_ = std::make_unique<Fabric::CentralEnd>(activity_, fabric.exchange_.centre(activity_),
-                                                Rix::make<Atlas::EntityManager>("fabricdb"), ++fabric.incarnations_);
+    end_ = std::make_unique<Fabric::CentralEnd>(activity_, port_, Rix::make<Atlas::EntityManager>("fabricdb"),
+                                                ++fabric.incarnations_, &fabric.reports_);
     agent_ = Zeb::agentFactory("Zeb");
     Zeb::fillCentralStore(*store_);
     agent_->serviceHostIs(end_.get());
@@ -76,12 +76,16 @@ class VirtualFabric::Centre {
     store_ = nullptr;
   }
 
+  // Nobody hears of it or from it any more.
+  void failed() { port_.userIs(nullptr); }
+
   Rix::Activity& activity() { return activity_; }
   Zeb::Agent& agent() { return *agent_; }
   const LossHistory& history() const { return *history_; }
 
  private:
   Rix::Activity activity_;
+  Fabric::Transport& port_;
   Rix::Ptr<Atlas::EntityManager> store_;
   std::unique_ptr<Fabric::CentralEnd> end_;
   Rix::Ptr<Zeb::Agent> agent_;
@@ -96,6 +100,7 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
       keys_(keysOf(derivedSeed(options.seed, Chance::keys))),
       active_(scenario_.faults.size()),
       due_(topology_.nodes() + 1, Rix::never) {
+  Rix::assertionThrowsIs(true);
   Vesta::Platform::debugSinkIs([](std::string_view line) { RIX_TRACE(shelfTraceHandle, 8, line); });
   for (std::size_t node = 0; node < topology_.nodes(); ++node)
     switches_.push_back(
@@ -114,7 +119,9 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
   runUntil(0);
 }
 
-VirtualFabric::~VirtualFabric() = default;
+VirtualFabric::~VirtualFabric() {
+  Rix::assertionThrowsIs(false);
+}
 
 double VirtualFabric::now() {
   return time_.now() - zero;
@@ -129,10 +136,21 @@ void VirtualFabric::centreIs() {
   refresh();
 }
 
+void VirtualFabric::centreFailed() {
+  // Kept to the end of the process: to destroy it would be to run more of it.
+  static std::vector<std::unique_ptr<Centre>>& aside = *new std::vector<std::unique_ptr<Centre>>;
+  centre_->failed();
+  aside.push_back(std::move(centre_));
+  at(now() + failureDown, [this] { centreIs(); });
+}
+
 void VirtualFabric::nodeStarts(std::size_t node) {
-  VirtualSwitch& started = *switches_[node];
-  if (options_.sonar) started.sonarIs();
-  started.agentIs([this, node](Atlas::EntityManager& store) {
+  if (options_.sonar) switches_[node]->sonarIs();
+  agentStarts(node);
+}
+
+void VirtualFabric::agentStarts(std::size_t node) {
+  switches_[node]->agentIs([this, node](Atlas::EntityManager& store) {
     Rix::dynamicCast<Zeb::ClientConfig>(store.getEntity("mgmt/zeb/config"))->enabledIs(true);
     const auto addresses = Rix::dynamicCast<Ip::Status>(store.getEntity("ip/status"));
     addresses->intfStatusIs(Netkit::IntfId("lo"))->addressIs(Netkit::IpAddr(network_.address(node, "lo")));
@@ -149,6 +167,38 @@ void VirtualFabric::nodeStarts(std::size_t node) {
   });
 }
 
+void VirtualFabric::agentRestart(std::size_t node, double down) {
+  switches_[node]->agentDel();
+  at(now() + down, [this, node] {
+    if (!switches_[node]->agentRuns() && !network_.condition().dead[node]) agentStarts(node);
+  });
+}
+
+void VirtualFabric::sonarRestart(std::size_t node, double down) {
+  switches_[node]->sonarDel();
+  at(now() + down, [this, node] {
+    if (!switches_[node]->sonarRuns() && !network_.condition().dead[node]) switches_[node]->sonarIs();
+  });
+}
+
+void VirtualFabric::sonarRestartPlanned(std::size_t node, double down) {
+  switches_[node]->sonarStop();
+  sonarStopped(node, now() + down);
+}
+
+void VirtualFabric::sonarStopped(std::size_t node, double latest) {
+  if (!switches_[node]->sonarRuns()) return;
+  if (switches_[node]->service().stopped() || now() >= latest) return sonarRestart(node, latest - now());
+  at(std::min(now() + 0.1, latest), [this, node, latest] { sonarStopped(node, latest); });
+}
+
+void VirtualFabric::centreRestart(double down) {
+  centre_.reset();
+  at(now() + down, [this] {
+    if (!centre_) centreIs();
+  });
+}
+
 void VirtualFabric::faultIs(std::size_t fault, bool active) {
   active_[fault] = active;
   const Condition before = network_.condition();
@@ -160,11 +210,29 @@ void VirtualFabric::faultIs(std::size_t fault, bool active) {
     }
   network_.conditionIs(condition);
   if (condition.linksUp() != before.linksUp()) {
-    networkChanged();
+    for (const auto& each : switches_) each->networkChanged();
     routeSoon();
   }
   for (std::size_t node = 0; node < topology_.nodes(); ++node)
     if (before.dead[node] && !condition.dead[node]) nodeStarts(node);
+}
+
+void VirtualFabric::begin(Fault fault) {
+  const std::size_t index = scenario_.faults.size();
+  scenario_.faults.push_back(std::move(fault));
+  active_.push_back(false);
+  faultIs(index, true);
+  if (const auto until = scenario_.faults[index].until) at(*until, [this, index] { faultIs(index, false); });
+}
+
+void VirtualFabric::probeEnabledIs(const std::string& name, bool enabled) {
+  for (std::size_t node = 0; node < switches_.size(); ++node) {
+    if (!switches_[node]->agentRuns()) continue;
+    switches_[node]->activity().dispatch([&] {
+      for (const auto& transmitter : switches_[node]->orders().transmitterIterator())
+        if (transmitter->name().view().starts_with(name + ":")) transmitter->enabledIs(enabled);
+    });
+  }
 }
 
 // Each switch gets its new routes a moment after the one before it, in an order of chance.
@@ -175,10 +243,6 @@ void VirtualFabric::routeSoon() {
       network_.route(node);
       switches_[node]->networkChanged();
     });
-}
-
-void VirtualFabric::networkChanged() {
-  for (const auto& each : switches_) each->networkChanged();
 }
 
 void VirtualFabric::hashSeedIs(std::size_t node, std::uint64_t seed) {
@@ -193,6 +257,9 @@ void VirtualFabric::runUntil(double time) {
 }
 
 void VirtualFabric::advance(double until) {
+  const std::size_t centre = switches_.size();
+  refresh();
+  deliver();
   for (;;) {
     const auto first = std::min_element(due_.begin(), due_.end());
     const double packet = network_.nextArrival();
@@ -204,35 +271,51 @@ void VirtualFabric::advance(double until) {
       const auto action = std::move(plan_.begin()->second);
       plan_.erase(plan_.begin());
       action();
-      deliver();
       refresh();
     } else if (packet <= next) {
       const VirtualNetwork::Arrival& arrival = network_.takeArrival();
       switches_[arrival.node]->packetArrived(arrival);
       refresh(arrival.node);
+    } else if (const auto actor = static_cast<std::size_t>(first - due_.begin()); actor == centre) {
+      step(centre, [this] { centre_->activity().runDueTimers(); });
     } else {
-      const auto actor = static_cast<std::size_t>(first - due_.begin());
-      actor < switches_.size() ? runNode(actor) : runCentre();
-      deliver();
+      step(actor, [this, actor] { switches_[actor]->run(); });
     }
+    deliver();
   }
   time_.nowIs(std::max(until, time_.now()));
 }
 
-void VirtualFabric::runNode(std::size_t node) {
-  switches_[node]->run();
-  refresh(node);
-}
-
-void VirtualFabric::runCentre() {
-  centre_->activity().runDueTimers();
-  due_.back() = centre_->activity().nextDeadline();
+// What runs may end itself. That is an end as any other to those around it.
+void VirtualFabric::step(std::size_t actor, const std::function<void()>& run) {
+  try {
+    run();
+  } catch (const Rix::AssertionFailure& failure) {
+    failures_.push_back(failure.text);
+    if (actor == switches_.size()) {
+      centreFailed();
+    } else {
+      switches_[actor]->agentFailed();
+      at(now() + failureDown, [this, actor] {
+        if (!switches_[actor]->agentRuns() && !network_.condition().dead[actor]) agentStarts(actor);
+      });
+    }
+  }
+  if (actor == switches_.size()) {
+    due_.back() = centre_ ? centre_->activity().nextDeadline() : Rix::never;
+  } else {
+    refresh(actor);
+  }
 }
 
 void VirtualFabric::deliver() {
-  if (exchange_.waiting() == 0) return;
-  exchange_.pump();
-  refresh();
+  while (exchange_.waiting() > 0) {
+    const Rix::Activity& receiver = exchange_.receiver();
+    std::size_t actor = 0;
+    while (actor < switches_.size() && !(switches_[actor]->agentRuns() && &switches_[actor]->activity() == &receiver))
+      ++actor;
+    step(actor, [this] { exchange_.deliverOne(); });
+  }
 }
 
 void VirtualFabric::refresh() {

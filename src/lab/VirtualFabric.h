@@ -46,11 +46,18 @@ class VirtualFabric {
 
   // --- what can be done to it at any time, beside the scenario
 
-  // The share of this switch's flows over equal paths is another one from now on.
+  // A fault that the scenario does not have, from now on to its `until`; its `at` does not count.
+  void begin(Fault fault);
+  // All transmitters of a probe stop, or go on.
+  void probeEnabledIs(const std::string& name, bool enabled);
+  // This switch shares flows out over equal paths in another way from now on.
   void hashSeedIs(std::size_t node, std::uint64_t seed);
-  void agentRestart(std::size_t node, double down = 0);
-  void sonarRestart(std::size_t node, double down = 0);
-  void centreRestart(double down = 0);
+  // Each dies now and is there again `down` seconds later.
+  void agentRestart(std::size_t node, double down);
+  void sonarRestart(std::size_t node, double down);
+  void centreRestart(double down);
+  // Sonar is told to stop, goes when it has told of that, and is there again `down` seconds from now.
+  void sonarRestartPlanned(std::size_t node, double down);
 
   // --- the outcome
 
@@ -68,7 +75,7 @@ class VirtualFabric {
   // By each message about a pair, in the order of the log.
   std::vector<Names> namedPairs() const;
   std::vector<Names> standingPairs() const;
-  // Failed assertions, with the name of the agent that each has ended.
+  // The texts of the failed assertions, each of which has ended an agent: it is put aside and started anew.
   const std::vector<std::string>& failures() const { return failures_; }
 
   const Scenario& scenario() const { return scenario_; }
@@ -90,27 +97,28 @@ class VirtualFabric {
 
  private:
   class Centre;
-  static constexpr double zero = 1000;  // of the scenario on the scale of the activities
+  static constexpr double zero = 1000;      // of the scenario on the scale of the activities
+  static constexpr double failureDown = 1;  // seconds until what has failed is started anew
 
   void centreIs();
-  void switchIs(std::size_t node);
+  void centreFailed();
   void nodeStarts(std::size_t node);
+  void agentStarts(std::size_t node);
+  void sonarStopped(std::size_t node, double latest);
   void faultIs(std::size_t fault, bool active);
-  void conditionChanged(const Condition& condition);
   void routeSoon();
-  void networkChanged();
   void advance(double until);
-  void runNode(std::size_t node);
-  void runCentre();
+  void step(std::size_t actor, const std::function<void()>& run);
   void deliver();
   void refresh();
   void refresh(std::size_t node) { due_[node] = switches_[node]->nextDeadline(); }
 
-  const Scenario scenario_;
+  Scenario scenario_;
   const Options options_;
   const Topology topology_;
   Rix::VirtualTime time_{zero - 100};
   Fabric::MemoryNetwork exchange_;
+  Fabric::MemoryReportStore reports_;
   VirtualNetwork network_;
   Sonar::Keyring keys_;
   std::vector<bool> active_;  // per fault

@@ -17,6 +17,14 @@ const std::vector<Fabric::SwitchMount> reported{{"mgmt/zeb/hubx/config", "Zeb::C
                                                 {"mgmt/zeb/echoStatus", "Zeb::ZebSonarStatusV1"}};
 const std::vector<Fabric::SwitchMount> ordered{{"mgmt/zeb/hubx/waveConfigDir/waveConfig", "Zeb::ZebSonarConfigV1"}};
 
+// What stands in the switch's database, whether or not its agent runs.
+struct LastingRecord {
+  const char* path;
+  const char* type;
+};
+constexpr LastingRecord lastingRecords[] = {{"sonar/zeb/config", "Sonar::Config"},
+                                            {"mgmt/zeb/hubx/waveConfigDir/waveConfig", "Zeb::ZebSonarConfigV1"}};
+
 // The switch's packets go to the network, and those that the network brings are handed over one by one.
 class NetworkPacketIo : public Sonar::PacketIo {
  public:
@@ -55,8 +63,12 @@ struct WrittenTable : Table {
 
   WrittenTable(Shelf::Storage& storage, const Shelf::RootPath& root, const char* name, const char* type, bool& flag)
       : writer(storage, root, name, type, {.capacity = rows, .nameCapacity = 16}), changed(flag) {
-    writer.rowDelAll();
     changed = true;
+  }
+  std::vector<Row> allRows() {
+    std::vector<Row> all;
+    writer.rows([&](const Row& row) { all.push_back(row); });
+    return all;
   }
   void rowIs(const Row& row) override {
     writer.rowIs(row);
@@ -82,6 +94,13 @@ class VirtualSwitch::Agent {
     const Rix::Activity::Use use(activity_);
     port_ = &exchange_.addSwitch(activity_);
     store_ = Rix::make<Atlas::EntityManager>("switch");
+    for (const LastingRecord& record : lastingRecords)
+      if (const auto kept = owner.lasting_.find(record.path); kept != owner.lasting_.end())
+        Rix::Replica(Fabric::recordByName(record.type), Rix::Replica::NewWriter::patches,
+                     [&](const Rix::Ptr<Rix::Entity>& root) {
+                       if (root) store_->entityIs(record.path, root);
+                     })
+            .snapshot(kept->second, false);
     localStatus_ = Rix::make<Sonar::LocalStatus>(owner.storage_, owner.tables_);
     agent_ = Zeb::clientAgentFactory("ZebClient");
     Zeb::fillClientStore(*store_, localStatus_);
@@ -143,6 +162,7 @@ class VirtualSwitch::Probing {
         packets_(owner.surroundings_.network, owner.node_, time_),
         service_({.keys = owner.surroundings_.keys, .nextEpoch = [&owner] { return ++owner.lastNumber_; }},
                  {owner.surroundings_.network.view(owner.node_), packets_, ingress_, egress_, map_}) {
+    service_.adopt(time_.now(), ingress_.allRows(), egress_.allRows());
     service_.switchChanged(time_.now());
   }
   ~Probing() { *self_ = nullptr; }
@@ -175,16 +195,8 @@ class VirtualSwitch::Probing {
     packets_.arrived = &arrival;
     service_.onReadable(time_.now());
   }
-  std::vector<Sonar::IngressStreamStatisticsTableEntry> ingressRows() {
-    std::vector<Sonar::IngressStreamStatisticsTableEntry> result;
-    ingress_.writer.rows([&](const auto& row) { result.push_back(row); });
-    return result;
-  }
-  std::vector<Sonar::EgressStreamTable> egressRows() {
-    std::vector<Sonar::EgressStreamTable> result;
-    egress_.writer.rows([&](const auto& row) { result.push_back(row); });
-    return result;
-  }
+  std::vector<Sonar::IngressStreamStatisticsTableEntry> ingressRows() { return ingress_.allRows(); }
+  std::vector<Sonar::EgressStreamTable> egressRows() { return egress_.allRows(); }
 
  private:
   // Follows the streams in the agent's record, in turns of the agent's activity.
@@ -255,12 +267,23 @@ VirtualSwitch::~VirtualSwitch() {
 void VirtualSwitch::agentIs(const std::function<void(Atlas::EntityManager&)>& write) {
   RIX_ASSERT(!agent_, node_);
   agent_ = std::make_unique<Agent>(*this, write);
+  lasting_.clear();
   tablesChanged_ = true;  // all that stands is new to it
   attach();
+  if (agentBefore_ && sonar_) sonar_->service().agentRestarted(surroundings_.time.now());
+  agentBefore_ = true;
+}
+
+// Before the agent goes: what its end does to the records that it has is not what becomes of them.
+void VirtualSwitch::keepRecords() {
+  for (const LastingRecord& record : lastingRecords)
+    if (const auto entity = agent_->store()->getEntity(record.path))
+      lasting_[record.path] = Rix::AttributeLog(entity).snapshot();
 }
 
 void VirtualSwitch::agentDel() {
   if (!agent_) return;
+  keepRecords();
   if (sonar_) sonar_->recordsGone();
   agent_.reset();
 }
@@ -268,6 +291,7 @@ void VirtualSwitch::agentDel() {
 void VirtualSwitch::agentFailed() {
   // Kept to the end of the process: to destroy it would be to run more of it.
   static std::vector<std::unique_ptr<Agent>>& aside = *new std::vector<std::unique_ptr<Agent>>;
+  keepRecords();
   if (sonar_) sonar_->recordsGone();
   agent_->failed();
   aside.push_back(std::move(agent_));
@@ -281,6 +305,10 @@ void VirtualSwitch::sonarIs() {
 
 void VirtualSwitch::sonarDel() {
   sonar_.reset();
+}
+
+void VirtualSwitch::sonarStop() {
+  if (sonar_) sonar_->service().stop(surroundings_.time.now());
 }
 
 void VirtualSwitch::attach() {

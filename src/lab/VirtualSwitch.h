@@ -1,12 +1,13 @@
 // One switch of a fabric on virtual time: the real agent with its store and its end of the exchange, the real probing
 // service, and the two tables between them in memory. The fabric tells it when to run and hands it its packets.
 //
-// The agent and the service die and start apart. What outlives the agent is the service and the tables; what outlives
-// the service is the agent, the tables and the counter of epochs. What the platform and the operator write in the
-// agent's store is written again by whoever starts it.
+// The agent and the service die and start apart. What outlives the agent is the service, the tables, the orders that it
+// had and those that it has made of them; what outlives the service is the agent, the tables and the counter of epochs.
+// What the platform and the operator write in the agent's store is written again by whoever starts it.
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -47,9 +48,11 @@ class VirtualSwitch {
   // The agent's program has failed: it is put aside as it is, with all that belongs to it, for nothing in it can be
   // relied upon any more.
   void agentFailed();
-  // The probing service starts.
+  // The probing service starts, over the rows that one before it has left.
   void sonarIs();
+  // It dies; or it stops as one does that has the time: it ends its streams, tells of that, and goes.
   void sonarDel();
+  void sonarStop();
   bool sonarRuns() const { return sonar_ != nullptr; }
 
   // When it wants to run next; Rix::never if nothing is to do.
@@ -79,6 +82,7 @@ class VirtualSwitch {
   class Probing;
 
   void attach();
+  void keepRecords();
 
   const Surroundings surroundings_;
   const std::size_t node_;
@@ -87,6 +91,8 @@ class VirtualSwitch {
   const Shelf::RootPath tables_;
   U64 lastNumber_ = 0;  // of epochs and incarnations: rises across all starts
   U64 configurations_ = 0;
+  std::map<std::string, std::string> lasting_;  // by path: records that outlive the agent, while none runs
+  bool agentBefore_ = false;
   bool tablesChanged_ = false;
   double nextPoll_ = 0;
   std::unique_ptr<Agent> agent_;
