@@ -1,4 +1,4 @@
-// The order of steps in the two writers is the point of this file: content, fsync, rename, fsync of the directory.
+// The order of steps in the writers is the point of this file: content, fsync, rename, fsync of the directory.
 #include "platform/Files.h"
 
 #include <fcntl.h>
@@ -36,6 +36,23 @@ Descriptor openDirectoryOf(const std::string& path) {
   Descriptor result(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!result) fail(path, "open its directory");
   return result;
+}
+
+// One fixed name: what a crash leaves behind is overwritten by the next writer.
+std::string freshNameOf(const std::string& path) {
+  return path + ".new";
+}
+
+Descriptor makeFile(const std::string& path, std::string_view content, mode_t mode) {
+  ::unlink(path.c_str());  // the mode holds only for a file that is made
+  Descriptor file = open(path, O_WRONLY | O_CREAT | O_EXCL, "make", mode);
+  while (!content.empty()) {
+    const ssize_t count = ::write(file.fd(), content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail(path, "write");
+    content.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return file;
 }
 
 template <typename Number>
@@ -87,22 +104,17 @@ std::string readSmallFile(const std::string& path, std::size_t maxSize) {
 
 void writeFileAtomically(const std::string& path, std::string_view content, bool secret) {
   const Descriptor directory = openDirectoryOf(path);
-  // One fixed name: what a crash leaves behind is overwritten by the next writer. It is removed first, since the
-  // mode below holds only for a file that is made.
-  const std::string fresh = path + ".new";
-  ::unlink(fresh.c_str());
-  {
-    const Descriptor file = open(fresh, O_WRONLY | O_CREAT | O_EXCL, "make", secret ? 0600 : 0644);
-    while (!content.empty()) {
-      const ssize_t count = ::write(file.fd(), content.data(), content.size());
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) fail(fresh, "write");
-      content.remove_prefix(static_cast<std::size_t>(count));
-    }
-    if (::fsync(file.fd()) != 0) fail(fresh, "write to disk");
-  }
+  const std::string fresh = freshNameOf(path);
+  const Descriptor file = makeFile(fresh, content, secret ? 0600 : 0644);
+  if (::fsync(file.fd()) != 0) fail(fresh, "write to disk");
   if (::rename(fresh.c_str(), path.c_str()) != 0) fail(path, "replace");
   if (::fsync(directory.fd()) != 0) fail(path, "write its directory to disk");
+}
+
+void replaceFile(const std::string& path, std::string_view content) {
+  const std::string fresh = freshNameOf(path);
+  makeFile(fresh, content, 0644);
+  if (::rename(fresh.c_str(), path.c_str()) != 0) fail(path, "replace");
 }
 
 RisingCounter::RisingCounter(std::string path, std::uint64_t floor, std::uint64_t blockSize)

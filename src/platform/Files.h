@@ -28,6 +28,10 @@ std::string readSmallFile(const std::string& path, std::size_t maxSize = 1 << 20
 // file is made readable for its owner only if `secret`. Throws FileError.
 void writeFileAtomically(const std::string& path, std::string_view content, bool secret = false);
 
+// The same without waiting for the disk: what holds after the death of the process may not hold after that of the
+// machine, when the file may be empty. For what comes again by itself, and often.
+void replaceFile(const std::string& path, std::string_view content);
+
 // A counter for the generations of something, kept in a file: each value is greater than all that were ever taken
 // from that file, also across crashes, by other processes, and if the clock steps back. Values are reserved on disk
 // a block at a time before the first of them is given out; a crash skips what is left of a block.
