@@ -1,6 +1,8 @@
 // Who has which side of a link, and how the numbers read as texts.
 #include "lab/Topology.h"
 
+#include <arpa/inet.h>
+
 #include <cstdio>
 
 namespace Lab {
@@ -22,6 +24,15 @@ std::string addressText(std::uint32_t address) {
   std::snprintf(text, sizeof text, "%u.%u.%u.%u", address >> 24, address >> 16 & 0xff, address >> 8 & 0xff,
                 address & 0xff);
   return text;
+}
+
+std::optional<std::uint32_t> addressFromText(const std::string& text) {
+  in_addr address{};
+  if (::inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
+  const std::uint32_t value = ntohl(address.s_addr);
+  const std::uint32_t network = value >> 24;
+  if (network == 0 || network == 127 || network >= 224) return std::nullopt;
+  return value;
 }
 
 std::string ethernetText(std::uint64_t address) {

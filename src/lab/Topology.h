@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,9 @@ class Topology {
 
 // "10.0.0.1"
 std::string addressText(std::uint32_t address);
+// The address that `text` is, if it is one that an interface may have for others: not of the networks 0 and 127, and
+// no group's.
+std::optional<std::uint32_t> addressFromText(const std::string& text);
 // "02:00:00:00:00:01"
 std::string ethernetText(std::uint64_t address);
 

@@ -70,14 +70,14 @@ class TreeBuilder : public YAML::EventHandler {
     refuseAnchor(mark, anchor);
     // The parser gives "?" for what stands plain, "!" for what stands in quotes.
     if (!tag.empty() && tag != "?" && tag != "!")
-      throw ScenarioError(file_, lineOf(mark), "tag " + quoted(tag) + " is not read; expected the content itself");
+      throw ScenarioError(file_, lineOf(mark), "tag " + inQuotes(tag) + " is not read; expected the content itself");
   }
 
   void keyIs(std::size_t line, const std::string& key) {
     for (const YamlNode::Entry& entry : open_.back().node->entries)
       if (entry.key == key)
         throw ScenarioError(file_, line,
-                            "the key " + quoted(key) + " stands already in line " + std::to_string(entry.keyLine) +
+                            "the key " + inQuotes(key) + " stands already in line " + std::to_string(entry.keyLine) +
                                 "; expected each key once");
     if (open_.back().node->entries.size() == maxYamlKeys)
       throw ScenarioError(file_, line, "too many keys; expected at most " + std::to_string(maxYamlKeys) + " in a map");
@@ -135,16 +135,6 @@ YamlNode parseYaml(std::string_view text, const std::string& file) {
     throw ScenarioError(file, lineOf(error.mark), "not YAML: " + error.msg + "; expected a scenario");
   }
   return root;
-}
-
-std::string quoted(std::string_view text) {
-  constexpr std::size_t longest = 60;
-  std::string result = "\"";
-  for (const char c : text.substr(0, longest)) {
-    const auto byte = static_cast<unsigned char>(c);
-    result += byte < 0x20 || byte == 0x7f ? '?' : c;
-  }
-  return result + (text.size() > longest ? "...\"" : "\"");
 }
 
 }  // namespace Lab

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "config/ConfigurationCheck.h"
+
 namespace Lab {
 
 // A scenario that cannot be read. `what()` is one line: the file, the line, what is there and what was expected.
@@ -45,7 +47,6 @@ constexpr std::size_t maxYamlKeys = 1024;  // of one map
 // with more than maxYamlKeys in a map.
 YamlNode parseYaml(std::string_view text, const std::string& file);
 
-// `text` from outside as it may stand in an error: in double quotes, cut if long, without control characters.
-std::string quoted(std::string_view text);
+using Zeb::inQuotes;
 
 }  // namespace Lab

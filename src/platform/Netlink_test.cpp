@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,8 @@
 #include <set>
 #include <string>
 
+#include "platform/TestNamespace.h"
+
 namespace Platform {
 namespace {
 
@@ -23,46 +24,6 @@ using Kind = NetworkRoute::Kind;
 
 constexpr std::uint32_t ip(unsigned a, unsigned b, unsigned c, unsigned d) {
   return a << 24 | b << 16 | c << 8 | d;
-}
-
-void writeTo(const std::string& path, const std::string& content) {
-  std::ofstream file(path);
-  if (!(file << content).flush()) throw std::runtime_error("cannot write " + path);
-}
-
-void enterOwnNamespaces() {
-  const std::string user = std::to_string(::getuid()), group = std::to_string(::getgid());
-  if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) {
-    writeTo("/proc/self/setgroups", "deny");
-    writeTo("/proc/self/uid_map", "0 " + user + " 1");
-    writeTo("/proc/self/gid_map", "0 " + group + " 1");
-  } else if (::unshare(CLONE_NEWNET) != 0) {  // which root may also where user namespaces are not to be had
-    throw std::runtime_error("may make neither a user namespace nor, as root, a network namespace");
-  }
-}
-
-// Runs the body in namespaces of its own. What fails in there is printed there, and fails the test here.
-template <typename Body>
-void inOwnNamespace(Body body) {
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    try {
-      enterOwnNamespaces();
-      body();
-    } catch (const std::exception& error) {
-      ADD_FAILURE() << error.what();
-    }
-    std::cout << std::flush;
-    ::_exit(testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0) << "see what the child printed above";
-}
-
-void run(const std::string& arguments) {
-  if (std::system(("ip " + arguments).c_str()) != 0) throw std::runtime_error("ip " + arguments);
 }
 
 // One end of a pair stays here, up, with an address; "far" is the other end, also here, without one.
