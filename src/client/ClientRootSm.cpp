@@ -39,6 +39,9 @@ void ClientRootSm::handleEnabled() {
               config_->enabled() ? "1" : "0");
   status_->enabledIs(config_->enabled());
   if (!config_->enabled()) return;
+  Rix::Ptr<ClientConfig const> const config = config_.notifier();
+  configSm_.is(config, netConfig_, mountedConfig_, ipStatus_);
+  zebEchoConfigSm_.is(config, zebEchoConfigDir_, echoZebConfig_);
   echoStatusExporterSm_.is(echoStatus_, echoLocalStatus_, zebEchoStatus_, ipStatus_);
 }
 

@@ -4,6 +4,8 @@
 // no test of leadership here.
 #pragma once
 
+#include "config/ZebClientConfigSm.h"
+#include "config/ZebEchoConfigSm.h"
 #include "model/SonarLocalStatus.h"
 #include "model/gen/Config.h"
 #include "model/gen/Platform.h"
@@ -30,11 +32,15 @@ class ClientRootSm : public Rix::Reactor<ClientRootSm> {
   void handleEnabled();
 
   bool initialized() const { return initialized_; }
+  ZebClientConfigSm* configSm() const { return configSm_.get(); }
+  ZebEchoConfigSm* zebEchoConfigSm() const { return zebEchoConfigSm_.get(); }
   ZebEchoStatusExporterSm* echoStatusExporterSm() const { return echoStatusExporterSm_.get(); }
 
   template <class F>
   void rixParts(F&& part) {
     part(config_);
+    part(configSm_);
+    part(zebEchoConfigSm_);
     part(echoStatusExporterSm_);
   }
   auto rixParameters() const {
@@ -59,6 +65,8 @@ class ClientRootSm : public Rix::Reactor<ClientRootSm> {
   Rix::Ptr<Sonar::Status const> const echoStatus_;
   Rix::Ptr<Sonar::LocalStatus const> const echoLocalStatus_;
   Rix::Ptr<ZebSonarStatusV1> const zebEchoStatus_;
+  Rix::Owned<ZebClientConfigSm> configSm_;
+  Rix::Owned<ZebEchoConfigSm> zebEchoConfigSm_;
   Rix::Owned<ZebEchoStatusExporterSm> echoStatusExporterSm_;
 };
 

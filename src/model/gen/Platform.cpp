@@ -55,6 +55,57 @@ void Status::intfStatusAdopt(Rix::Ptr<Ip::IntfStatus> const& made) {
 
 }  // namespace Ip
 
+namespace Ip::SourceIntf {
+
+SourceIntf::SourceIntf(Netkit::IntfId const& intfId) : intfId_(intfId) {}
+SourceIntf::~SourceIntf() = default;
+
+Rix::Type const& SourceIntf::rixType() {
+  static Rix::Type const type = Rix::typeOf<SourceIntf>("Ip::SourceIntf::SourceIntf", Rix::recordOfClass<SourceIntf>);
+  return type;
+}
+
+void SourceIntf::NotifieeConst::rixSweepCollections(Rix::Interest interest) {
+  static_cast<void>(interest);
+}
+
+SourceIntfDir::SourceIntfDir(Rix::Name const& name) : name_(name) {}
+SourceIntfDir::~SourceIntfDir() = default;
+
+Rix::Type const& SourceIntfDir::rixType() {
+  static Rix::Type const type =
+      Rix::typeOf<SourceIntfDir>("Ip::SourceIntf::SourceIntfDir", Rix::recordOfClass<SourceIntfDir>);
+  return type;
+}
+
+void SourceIntfDir::NotifieeConst::rixSweepCollections(Rix::Interest interest) {
+  if ((interest & Rix::interestBit(1)) != 0) onSourceIntf();
+}
+
+void SourceIntfDir::NotifieeConst::onSourceIntf() {
+  Rix::Ptr<SourceIntfDir> notifier(static_cast<SourceIntfDir*>(rixNotifier()));
+  if (!notifier) return;
+  Rix::sweepKeys(notifier->sourceIntf_, [this](Netkit::IntfId const& key) { onSourceIntf(key); });
+}
+void SourceIntfDir::rixNotifySourceIntf(Netkit::IntfId const& key) {
+  rixNotify<NotifieeConst>(1, [&](NotifieeConst& notifiee) { notifiee.onSourceIntf(key); });
+}
+void SourceIntfDir::sourceIntfDel(Netkit::IntfId const& key) {
+  sourceIntf_.del(key, [this](Netkit::IntfId const& gone) { rixNotifySourceIntf(gone); });
+}
+void SourceIntfDir::sourceIntfDelAll() {
+  sourceIntf_.delAll([this](Netkit::IntfId const& gone) { rixNotifySourceIntf(gone); });
+}
+Ip::SourceIntf::SourceIntf* SourceIntfDir::sourceIntfIs(Netkit::IntfId const& intfId) {
+  return sourceIntf_.is(
+      intfId, [this](Netkit::IntfId const& made) { rixNotifySourceIntf(made); }, intfId);
+}
+void SourceIntfDir::sourceIntfAdopt(Rix::Ptr<Ip::SourceIntf::SourceIntf> const& made) {
+  sourceIntf_.adopt(made, [this](Netkit::IntfId const& key) { rixNotifySourceIntf(key); });
+}
+
+}  // namespace Ip::SourceIntf
+
 namespace System {
 
 NetConfig::NetConfig() {}
@@ -144,6 +195,8 @@ namespace {
 Rix::TypeRegistration const registrations[] = {
     Rix::TypeRegistration(Ip::IntfStatus::rixType()),
     Rix::TypeRegistration(Ip::Status::rixType()),
+    Rix::TypeRegistration(Ip::SourceIntf::SourceIntf::rixType()),
+    Rix::TypeRegistration(Ip::SourceIntf::SourceIntfDir::rixType()),
     Rix::TypeRegistration(System::NetConfig::rixType()),
     Rix::TypeRegistration(Fabricdb::Status::rixType()),
     Rix::TypeRegistration(FabricCluster::ClusterStatus::rixType()),

@@ -155,6 +155,157 @@ class Status : public Rix::Entity {
 
 }  // namespace Ip
 
+namespace Ip::SourceIntf {
+
+// One interface that is followed because probes are to be sent from it.
+class SourceIntf : public Rix::Entity {
+ public:
+  class NotifieeConst : public Rix::NotifieeBase {
+   public:
+    virtual void onIpAddr() {}
+
+    void rixSweepCollections(Rix::Interest interest);
+  };
+  using Notifiee = NotifieeConst;
+  static constexpr Rix::Interest rixCollections = 0;
+  template <class D>
+  static constexpr Rix::Interest rixInterestOf() {
+    Rix::Interest interest = 0;
+    if constexpr (!std::is_same_v<decltype(&D::onIpAddr), void (NotifieeConst::*)()>) interest |= Rix::interestBit(1);
+    return interest;
+  }
+
+  explicit SourceIntf(Netkit::IntfId const& intfId);
+  ~SourceIntf() override;
+  static Rix::Type const& rixType();
+  Rix::Type const& fwkType() const override { return rixType(); }
+  using RixConstants = std::tuple<Netkit::IntfId>;
+  Netkit::IntfId const& rixKey() const { return intfId_; }
+
+  // the interface.
+  Netkit::IntfId const& intfId() const { return intfId_; }
+
+  // its present address; zero while it has none. Written by the interface tracker.
+  Netkit::IpAddr const& ipAddr() const { return ipAddr_; }
+  void ipAddrIs(Netkit::IpAddr const& value) {
+    if (ipAddr_ == value) return;
+    ipAddr_ = value;
+    rixNotify<NotifieeConst>(1, [](NotifieeConst& notifiee) { notifiee.onIpAddr(); });
+  }
+  void ipAddrDel() { ipAddrIs(Netkit::IpAddr{}); }
+
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(SourceIntf* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onIpAddr() override { sink_.changed(1); }
+
+   private:
+    Sink& sink_;
+  };
+
+  // Calls visit(descriptor) for every attribute, in order.
+  template <class Visit>
+  static void rixVisit(Visit&& visit) {
+    visit(Rix::attribute<Rix::AttributeKind::constant, SourceIntf, void, Netkit::IntfId>(
+        "intfId", "Netkit::IntfId", 0, false, [](SourceIntf const& entity) -> auto const& { return entity.intfId_; }));
+    visit(Rix::attribute<Rix::AttributeKind::plain, SourceIntf, void, Netkit::IpAddr>(
+        "ipAddr", "Netkit::IpAddr", 1, false, [](SourceIntf const& entity) -> auto const& { return entity.ipAddr_; },
+        [](SourceIntf& entity, Netkit::IpAddr const& value) { entity.ipAddrIs(value); }));
+  }
+
+ private:
+  Netkit::IntfId const intfId_;
+  Netkit::IpAddr ipAddr_{};
+};
+
+// The interfaces that one user has registered.
+class SourceIntfDir : public Rix::Entity {
+ public:
+  class NotifieeConst : public Rix::NotifieeBase {
+   public:
+    virtual void onSourceIntf(Netkit::IntfId const&) {}
+    virtual void onSourceIntfrixImmediate() { onSourceIntf(); }
+    virtual void onSourceIntf();
+
+    void rixSweepCollections(Rix::Interest interest);
+  };
+  using Notifiee = NotifieeConst;
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
+  template <class D>
+  static constexpr Rix::Interest rixInterestOf() {
+    Rix::Interest interest = 0;
+    if constexpr (!requires {
+                    requires std::is_same_v<decltype(Rix::keyedNotification<Netkit::IntfId const&>(&D::onSourceIntf)),
+                                            void (NotifieeConst::*)(Netkit::IntfId const&)>;
+                  })
+      interest |= Rix::interestBit(1);
+    return interest;
+  }
+
+  explicit SourceIntfDir(Rix::Name const& name);
+  ~SourceIntfDir() override;
+  static Rix::Type const& rixType();
+  Rix::Type const& fwkType() const override { return rixType(); }
+  using RixConstants = std::tuple<Rix::Name>;
+  Rix::Name const& rixKey() const { return name_; }
+  Rix::Name name() const override { return name_; }
+
+  // the directory's name.
+
+  // by interface. Written by the interface tracker.
+  Ip::SourceIntf::SourceIntf* sourceIntf(Netkit::IntfId const& key) { return sourceIntf_.find(key); }
+  Ip::SourceIntf::SourceIntf const* sourceIntf(Netkit::IntfId const& key) const { return sourceIntf_.find(key); }
+  U32 sourceIntfs() const { return sourceIntf_.size(); }
+  auto const& sourceIntfIterator() const { return sourceIntf_; }
+  // Finds or makes the member; what stands is not replaced.
+  Ip::SourceIntf::SourceIntf* sourceIntfIs(Netkit::IntfId const& intfId);
+  // Takes a finished member, whose key must be free.
+  void sourceIntfAdopt(Rix::Ptr<Ip::SourceIntf::SourceIntf> const& made);
+  void sourceIntfDel(Netkit::IntfId const& key);
+  void sourceIntfDelAll();
+  void sourceIntfNotify(Netkit::IntfId const& key) { rixNotifySourceIntf(key); }
+
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(SourceIntfDir* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onSourceIntf(Netkit::IntfId const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
+  // Calls visit(descriptor) for every attribute, in order.
+  template <class Visit>
+  static void rixVisit(Visit&& visit) {
+    visit(Rix::attribute<Rix::AttributeKind::constant, SourceIntfDir, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](SourceIntfDir const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::entities, SourceIntfDir, Netkit::IntfId, Ip::SourceIntf::SourceIntf>(
+        "sourceIntf", "Netkit::IntfId -> Ip::SourceIntf::SourceIntf", 1, false,
+        [](SourceIntfDir const& entity) -> auto const& { return entity.sourceIntf_; },
+        [](SourceIntfDir& entity, typename Ip::SourceIntf::SourceIntf::RixConstants const& given) {
+          return std::apply([&](auto const&... each) { return entity.sourceIntfIs(each...); }, given);
+        },
+        [](SourceIntfDir& entity, Netkit::IntfId const& key) { entity.sourceIntfDel(key); },
+        [](SourceIntfDir& entity, Rix::Ptr<Ip::SourceIntf::SourceIntf> const& made) { entity.sourceIntfAdopt(made); }));
+  }
+
+ private:
+  void rixNotifySourceIntf(Netkit::IntfId const& key);
+
+  Rix::Name const name_;
+  Rix::EntityMap<Netkit::IntfId, Ip::SourceIntf::SourceIntf> sourceIntf_;
+};
+
+}  // namespace Ip::SourceIntf
+
 namespace System {
 
 // A switch's network identity, at "sys/net/config".
