@@ -45,19 +45,30 @@ void RootSm::handleEnabled() {
   }
 }
 
+// The intake before the builder, which needs its clients; all tables are those of the root object.
 void RootSm::createMachines() {
+  Rix::Ptr<ZebConfig const> const config = config_.notifier();
+  configMountSm_.is(Rix::Ptr<Rix::Dir const>(clientConfigDir_), status_);
+  groupBuilderSm_.is(config, status_);
   collectorSm_.is(Rix::Ptr<ZebStatus const>(status_), waveStatusDir_, streamTable_);
   eventCollectorSm_.is(Rix::Ptr<ProbeStreamTable>(root_->zebStreamTable()),
                        Rix::Ptr<ProbeStreamEventTable>(root_->eventTable()), status_);
   lossAnalyzerSm_.is(root_, Rix::Ptr<ProbeStreamEventTable>(root_->eventTable()), status_);
   eventsAnalyzerSm_.is(root_, Rix::Ptr<ZebProbeStreamEventsDir>(root_->zebStreamEventsDir()));
-  cliConfigSm_.is(Rix::Ptr<ZebConfig const>(config_.notifier()), status_);
+  cliConfigSm_.is(config, status_);
+  statsEngineSm_.is(config, status_, Rix::Ptr<ProbeStreamTable const>(root_->zebStreamTable()),
+                    Rix::Ptr<ProbeStreamEventTable const>(root_->eventTable()));
+  pairStreamSm_.is(Rix::Ptr<ProbeStreamTable const>(root_->zebStreamTable()),
+                   Rix::Ptr<PairStreamStatus>(status_->pairStreamStatus()));
 }
 
 void RootSm::deleteMachines() {
+  configMountSm_.del();
+  groupBuilderSm_.del();
   collectorSm_.del();
   eventCollectorSm_.del();
   lossAnalyzerSm_.del();
+  pairStreamSm_.del();
 }
 
 }  // namespace Zeb

@@ -4,20 +4,26 @@
 // ZebStatus::enabled, and creates or deletes the machines that do the work. Only one member of the cluster is to run
 // the system: any other keeps its agent and its mounts, and has no machines.
 //
-// Two machines, the analyzer of event queues and the one that clears loss records, stay through every later disable:
-// queues are still emptied, and records can still be cleared, while the service is off. They go with RootSm itself.
+// Three machines, the analyzer of event queues, the one that clears loss records and the statistics, stay through every
+// later disable: queues are still emptied, and records can still be cleared, while the service is off. They go with
+// RootSm itself. The statistics need the clients of the streams that they walk, which a disable takes away: whoever
+// disables the service withdraws its orders before.
 #pragma once
 
 #include "analysis/ZebEventCollectorSm.h"
 #include "analysis/ZebEventsAnalyzerSm.h"
 #include "analysis/ZebLossAnalyzerSm.h"
+#include "analysis/ZebStatsEngineSm.h"
 #include "central/ZebCliConfigSm.h"
 #include "central/ZebRoot.h"
+#include "config/ZebConfigMountSm.h"
+#include "config/ZebGroupBuilderSm.h"
 #include "model/gen/Platform.h"
 #include "model/gen/Status.h"
 #include "runtime/Dir.h"
 #include "runtime/Reactor.h"
 #include "status/ZebCollectorSm.h"
+#include "status/ZebPairStreamSm.h"
 
 namespace Zeb {
 
@@ -37,22 +43,30 @@ class RootSm : public Rix::Reactor<RootSm> {
   void handleEnabled();
 
   bool initialized() const { return initialized_; }
+  ZebConfigMountSm* configMountSm() const { return configMountSm_.get(); }
+  ZebGroupBuilderSm* groupBuilderSm() const { return groupBuilderSm_.get(); }
   ZebCollectorSm* collectorSm() const { return collectorSm_.get(); }
   ZebEventCollectorSm* eventCollectorSm() const { return eventCollectorSm_.get(); }
   ZebLossAnalyzerSm* lossAnalyzerSm() const { return lossAnalyzerSm_.get(); }
   ZebEventsAnalyzerSm* eventsAnalyzerSm() const { return eventsAnalyzerSm_.get(); }
   ZebCliConfigSm* cliConfigSm() const { return cliConfigSm_.get(); }
+  ZebStatsEngineSm* statsEngineSm() const { return statsEngineSm_.get(); }
+  ZebPairStreamSm* pairStreamSm() const { return pairStreamSm_.get(); }
 
   template <class F>
   void rixParts(F&& part) {
     part(config_);
     part(fabricdbStatus_);
     part(defaultClusterStatus_);
+    part(configMountSm_);
+    part(groupBuilderSm_);
     part(collectorSm_);
     part(eventCollectorSm_);
     part(lossAnalyzerSm_);
     part(eventsAnalyzerSm_);
     part(cliConfigSm_);
+    part(statsEngineSm_);
+    part(pairStreamSm_);
   }
   auto rixParameters() const {
     return std::tuple(Rix::Ptr<ZebConfig const>(config_.notifier()), status_, root_,
@@ -92,11 +106,15 @@ class RootSm : public Rix::Reactor<RootSm> {
   Rix::Ptr<Rix::Dir const> const waveStatusDir_;
   Rix::Ptr<ProbeStreamTable> const streamTable_;
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
+  Rix::Owned<ZebConfigMountSm> configMountSm_;
+  Rix::Owned<ZebGroupBuilderSm> groupBuilderSm_;
   Rix::Owned<ZebCollectorSm> collectorSm_;
   Rix::Owned<ZebEventCollectorSm> eventCollectorSm_;
   Rix::Owned<ZebLossAnalyzerSm> lossAnalyzerSm_;
   Rix::Owned<ZebEventsAnalyzerSm> eventsAnalyzerSm_;
   Rix::Owned<ZebCliConfigSm> cliConfigSm_;
+  Rix::Owned<ZebStatsEngineSm> statsEngineSm_;
+  Rix::Owned<ZebPairStreamSm> pairStreamSm_;
 };
 
 }  // namespace Zeb
