@@ -267,7 +267,7 @@ TEST(Owned, AKeyedOneWithOtherParametersIsANameInUse) {
   } catch (Rix::NameInUseException const& exception) {
     EXPECT_STREQ(exception.what(),
                  "Reinstantiating the pointer interface where constructor parameter attribute _config has a different "
-                 "value of null than the current value of an object");
+                 "value of null than the current value of an object not allowed");
   }
 }
 

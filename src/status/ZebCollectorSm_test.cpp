@@ -288,7 +288,7 @@ TEST_F(Collector, AnotherStatusUnderAStandingSystemIdIsANameInUse) {
   } catch (Rix::NameInUseException const& exception) {
     EXPECT_STREQ(exception.what(),
                  "Reinstantiating the pointer interface where constructor parameter attribute _clientWaveStatus has a "
-                 "different value of an object than the current value of an object");
+                 "different value of an object than the current value of an object not allowed");
   }
   EXPECT_EQ(collector->clientSmIs(receiver.id(), zebStatus, receiver.status, streamTable), standing);
 }

@@ -271,6 +271,37 @@ void ZebSonarConfigV1::transmitterAdopt(Rix::Ptr<Zeb::ZebTransmitterConfig> cons
   transmitter_.adopt(made, [this](Rix::Name const& key) { rixNotifyTransmitter(key); });
 }
 
+ZebProbeGroupList::ZebProbeGroupList(Rix::Name const& name) : name_(name) {}
+ZebProbeGroupList::~ZebProbeGroupList() = default;
+
+Rix::Type const& ZebProbeGroupList::rixType() {
+  static Rix::Type const type =
+      Rix::typeOf<ZebProbeGroupList>("Zeb::ZebProbeGroupList", Rix::recordOfClass<ZebProbeGroupList>);
+  return type;
+}
+
+void ZebProbeGroupList::NotifieeConst::rixSweepCollections(Rix::Interest interest) {
+  if ((interest & Rix::interestBit(1)) != 0) onGroup();
+}
+
+void ZebProbeGroupList::NotifieeConst::onGroup() {
+  Rix::Ptr<ZebProbeGroupList> notifier(static_cast<ZebProbeGroupList*>(rixNotifier()));
+  if (!notifier) return;
+  Rix::sweepKeys(notifier->group_, [this](Rix::String8 const& key) { onGroup(key); });
+}
+void ZebProbeGroupList::rixNotifyGroup(Rix::String8 const& key) {
+  rixNotify<NotifieeConst>(1, [&](NotifieeConst& notifiee) { notifiee.onGroup(key); });
+}
+void ZebProbeGroupList::groupDel(Rix::String8 const& key) {
+  group_.del(key, [this](Rix::String8 const& gone) { rixNotifyGroup(gone); });
+}
+void ZebProbeGroupList::groupDelAll() {
+  group_.delAll([this](Rix::String8 const& gone) { rixNotifyGroup(gone); });
+}
+void ZebProbeGroupList::groupIs(Rix::String8 const& key, bool value) {
+  group_.is(key, value, [this](Rix::String8 const& changed) { rixNotifyGroup(changed); });
+}
+
 }  // namespace Zeb
 
 namespace {
@@ -283,5 +314,6 @@ Rix::TypeRegistration const registrations[] = {
     Rix::TypeRegistration(Zeb::ClientStatus::rixType()),
     Rix::TypeRegistration(Zeb::ZebTransmitterConfig::rixType()),
     Rix::TypeRegistration(Zeb::ZebSonarConfigV1::rixType()),
+    Rix::TypeRegistration(Zeb::ZebProbeGroupList::rixType()),
 };
 }  // namespace

@@ -776,4 +776,81 @@ class ZebSonarConfigV1 : public Rix::Entity {
   Rix::EntityMap<Rix::Name, Zeb::ZebTransmitterConfig> transmitter_;
 };
 
+// The groups through which one switch takes part in one probe: the reasons for which the publisher works on that probe
+// there. Kept by the publisher for each switch, and shown nowhere.
+class ZebProbeGroupList : public Rix::Entity {
+ public:
+  class NotifieeConst : public Rix::NotifieeBase {
+   public:
+    virtual void onGroup(Rix::String8 const&) {}
+    virtual void onGrouprixImmediate() { onGroup(); }
+    virtual void onGroup();
+
+    void rixSweepCollections(Rix::Interest interest);
+  };
+  using Notifiee = NotifieeConst;
+  static constexpr Rix::Interest rixCollections = Rix::interestBit(1);
+  template <class D>
+  static constexpr Rix::Interest rixInterestOf() {
+    Rix::Interest interest = 0;
+    if constexpr (!requires {
+                    requires std::is_same_v<decltype(Rix::keyedNotification<Rix::String8 const&>(&D::onGroup)),
+                                            void (NotifieeConst::*)(Rix::String8 const&)>;
+                  })
+      interest |= Rix::interestBit(1);
+    return interest;
+  }
+
+  explicit ZebProbeGroupList(Rix::Name const& name);
+  ~ZebProbeGroupList() override;
+  static Rix::Type const& rixType();
+  Rix::Type const& fwkType() const override { return rixType(); }
+  using RixConstants = std::tuple<Rix::Name>;
+  Rix::Name const& rixKey() const { return name_; }
+  Rix::Name name() const override { return name_; }
+
+  // the probe's name.
+
+  // the switch's groups in the probe; always true, presence is what counts. Written by publisher.
+  bool group(Rix::String8 const& key) const { return group_.get(key); }
+  bool groupHas(Rix::String8 const& key) const { return group_.find(key) != nullptr; }
+  U32 groups() const { return group_.size(); }
+  auto const& groupIterator() const { return group_; }
+  void groupIs(Rix::String8 const& key, bool value);
+  void groupDel(Rix::String8 const& key);
+  void groupDelAll();
+  void groupNotify(Rix::String8 const& key) { rixNotifyGroup(key); }
+
+  // Forwards every notification to `sink` as changed(attribute) or changed(attribute, key).
+  template <class Sink>
+  class RixObserver final : public NotifieeConst {
+   public:
+    explicit RixObserver(Sink& sink) : sink_(sink) {}
+    void notifierIs(ZebProbeGroupList* entity) { this->rixNotifierIs(entity, 0xffff, false); }
+    Rix::Interest rixInterest() const override { return 0xffff; }
+    void onGroup(Rix::String8 const& key) override { sink_.changed(1, key); }
+
+   private:
+    Sink& sink_;
+  };
+
+  // Calls visit(descriptor) for every attribute, in order.
+  template <class Visit>
+  static void rixVisit(Visit&& visit) {
+    visit(Rix::attribute<Rix::AttributeKind::constant, ZebProbeGroupList, void, Rix::Name>(
+        "name", "Rix::Name", 0, false, [](ZebProbeGroupList const& entity) -> auto const& { return entity.name_; }));
+    visit(Rix::attribute<Rix::AttributeKind::values, ZebProbeGroupList, Rix::String8, bool>(
+        "group", "Rix::String8 -> bool", 1, false,
+        [](ZebProbeGroupList const& entity) -> auto const& { return entity.group_; },
+        [](ZebProbeGroupList& entity, Rix::String8 const& key, bool value) { entity.groupIs(key, value); },
+        [](ZebProbeGroupList& entity, Rix::String8 const& key) { entity.groupDel(key); }));
+  }
+
+ private:
+  void rixNotifyGroup(Rix::String8 const& key);
+
+  Rix::Name const name_;
+  Rix::ValueMap<Rix::String8, bool> group_;
+};
+
 }  // namespace Zeb
