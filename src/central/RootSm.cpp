@@ -50,6 +50,7 @@ void RootSm::createMachines() {
   Rix::Ptr<ZebConfig const> const config = config_.notifier();
   configMountSm_.is(Rix::Ptr<Rix::Dir const>(clientConfigDir_), status_);
   groupBuilderSm_.is(config, status_);
+  publisherSm_.is(config, Rix::Ptr<ZebStatus const>(status_), waveConfigDir_);
   collectorSm_.is(Rix::Ptr<ZebStatus const>(status_), waveStatusDir_, streamTable_);
   eventCollectorSm_.is(Rix::Ptr<ProbeStreamTable>(root_->zebStreamTable()),
                        Rix::Ptr<ProbeStreamEventTable>(root_->eventTable()), status_);
@@ -65,6 +66,7 @@ void RootSm::createMachines() {
 void RootSm::deleteMachines() {
   configMountSm_.del();
   groupBuilderSm_.del();
+  publisherSm_.del();
   collectorSm_.del();
   eventCollectorSm_.del();
   lossAnalyzerSm_.del();

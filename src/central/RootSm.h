@@ -18,6 +18,7 @@
 #include "central/ZebRoot.h"
 #include "config/ZebConfigMountSm.h"
 #include "config/ZebGroupBuilderSm.h"
+#include "config/ZebPublisherSm.h"
 #include "model/gen/Platform.h"
 #include "model/gen/Status.h"
 #include "runtime/Dir.h"
@@ -45,6 +46,7 @@ class RootSm : public Rix::Reactor<RootSm> {
   bool initialized() const { return initialized_; }
   ZebConfigMountSm* configMountSm() const { return configMountSm_.get(); }
   ZebGroupBuilderSm* groupBuilderSm() const { return groupBuilderSm_.get(); }
+  ZebPublisherSm* publisherSm() const { return publisherSm_.get(); }
   ZebCollectorSm* collectorSm() const { return collectorSm_.get(); }
   ZebEventCollectorSm* eventCollectorSm() const { return eventCollectorSm_.get(); }
   ZebLossAnalyzerSm* lossAnalyzerSm() const { return lossAnalyzerSm_.get(); }
@@ -60,6 +62,7 @@ class RootSm : public Rix::Reactor<RootSm> {
     part(defaultClusterStatus_);
     part(configMountSm_);
     part(groupBuilderSm_);
+    part(publisherSm_);
     part(collectorSm_);
     part(eventCollectorSm_);
     part(lossAnalyzerSm_);
@@ -108,6 +111,7 @@ class RootSm : public Rix::Reactor<RootSm> {
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
   Rix::Owned<ZebConfigMountSm> configMountSm_;
   Rix::Owned<ZebGroupBuilderSm> groupBuilderSm_;
+  Rix::Owned<ZebPublisherSm> publisherSm_;
   Rix::Owned<ZebCollectorSm> collectorSm_;
   Rix::Owned<ZebEventCollectorSm> eventCollectorSm_;
   Rix::Owned<ZebLossAnalyzerSm> lossAnalyzerSm_;

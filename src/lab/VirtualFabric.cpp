@@ -8,8 +8,8 @@
 
 #include "central/CentralStore.h"
 #include "lab/Flows.h"
+#include "lab/Operator.h"
 #include "lab/Seed.h"
-#include "lab/StandIn.h"
 #include "model/SystemId.h"
 #include "runtime/Json.h"
 #include "runtime/Vesta.h"
@@ -55,17 +55,16 @@ class VirtualFabric::Centre {
       fabric.log_.push_back({message.time - zero, message});
       if (message.arguments.size() == 2) history_->loggedIs(message.arguments[0], message.arguments[1], message.time);
     });
-    activity_.dispatch([this] {
+    activity_.dispatch([&] {
       const auto clusters =
           Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store_->getEntity("fabric/cluster/statusDir"));
       clusters->status("default")->isStandaloneIs(true);
       clusters->status("default")->isStandaloneOrLeaderIs(true);
-      Rix::dynamicCast<Zeb::ZebConfig>(store_->getEntity("zeb/config"))->enabledIs(true);
+      configure(fabric.configuration_, config());
     });
     agent_->entityManagerIs(store_);
     activity_.runDueTimers();
-    RIX_ASSERT(agent_->rootSm() != nullptr);
-    activity_.dispatch([&] { writeClients(fabric.topology_, *agent_->status()); });
+    RIX_ASSERT(agent_->status() != nullptr);
     history_ = Rix::make<LossHistory>(Rix::Ptr<Zeb::ZebStatus const>(agent_->status()));
   }
   ~Centre() {
@@ -80,6 +79,7 @@ class VirtualFabric::Centre {
   void failed() { port_.userIs(nullptr); }
 
   Rix::Activity& activity() { return activity_; }
+  Zeb::ZebConfig& config() const { return *Rix::dynamicCast<Zeb::ZebConfig>(store_->getEntity("zeb/config")); }
   Zeb::Agent& agent() { return *agent_; }
   const LossHistory& history() const { return *history_; }
 
@@ -98,6 +98,7 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
       topology_(scenario_),
       network_(topology_, derivedSeed(options.seed, Chance::network)),
       keys_(keysOf(derivedSeed(options.seed, Chance::keys))),
+      configuration_(initialConfiguration(topology_)),
       active_(scenario_.faults.size()),
       due_(topology_.nodes() + 1, Rix::never) {
   Rix::assertionThrowsIs(true);
@@ -107,6 +108,11 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
         std::make_unique<VirtualSwitch>(VirtualSwitch::Surroundings{time_, exchange_, network_, keys_}, node,
                                         ethernetText(topology_.systemId(node))));
   time_.nowIs(zero - options_.spread - 1);
+  probes_.swap(configuration_.probes);
+  at(0, [this] {
+    probes_.swap(configuration_.probes);
+    configureCentre();
+  });
   centreIs();
   for (std::size_t node = 0; node < topology_.nodes(); ++node) {
     const double before = options_.spread * share(derivedSeed(options_.seed, Chance::starts), node);
@@ -116,6 +122,7 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
     at(scenario_.faults[fault].at, [this, fault] { faultIs(fault, true); });
     if (scenario_.faults[fault].until) at(*scenario_.faults[fault].until, [this, fault] { faultIs(fault, false); });
   }
+  for (const Change& change : scenario_.changes) at(change.at, [this, &change] { apply(change); });
   runUntil(0);
 }
 
@@ -151,20 +158,69 @@ void VirtualFabric::nodeStarts(std::size_t node) {
 
 void VirtualFabric::agentStarts(std::size_t node) {
   switches_[node]->agentIs([this, node](Atlas::EntityManager& store) {
-    Rix::dynamicCast<Zeb::ClientConfig>(store.getEntity("mgmt/zeb/config"))->enabledIs(true);
-    const auto addresses = Rix::dynamicCast<Ip::Status>(store.getEntity("ip/status"));
-    addresses->intfStatusIs(Netkit::IntfId("lo"))->addressIs(Netkit::IpAddr(network_.address(node, "lo")));
-    for (const LinkSide side : topology_.sides(node)) {
-      const std::string& interface = scenario_.end(side).interface;
-      addresses->intfStatusIs(Netkit::IntfId(interface))
-          ->addressIs(Netkit::IpAddr(network_.address(node, interface)));
+    writePlatform(node, store);
+    configure(configuration_.switches[node], *Rix::dynamicCast<Zeb::ClientConfig>(store.getEntity("mgmt/zeb/config")));
+  });
+}
+
+// As a platform does: an interface without an address has one of zero.
+void VirtualFabric::writePlatform(std::size_t node, Atlas::EntityManager& store) const {
+  const auto addresses = Rix::dynamicCast<Ip::Status>(store.getEntity("ip/status"));
+  const auto write = [&](const std::string& interface) {
+    addresses->intfStatusIs(Netkit::IntfId(interface))->addressIs(Netkit::IpAddr(network_.address(node, interface)));
+  };
+  write("lo");
+  for (const LinkSide side : topology_.sides(node)) write(scenario_.end(side).interface);
+  Rix::dynamicCast<System::NetConfig>(store.getEntity("sys/net/config"))
+      ->hostnameIs(configuration_.switches[node].hostname);
+}
+
+void VirtualFabric::configureCentre() {
+  if (!centre_) return;  // it finds its configuration when it starts
+  step(switches_.size(), [this] { centre_->activity().dispatch([this] { configure(configuration_, centre_->config()); }); });
+}
+
+void VirtualFabric::configureSwitch(std::size_t node) {
+  VirtualSwitch& configured = *switches_[node];
+  if (!configured.agentRuns()) return;
+  step(node, [&] {
+    configured.activity().dispatch([&] {
+      Atlas::EntityManager& store = *configured.store();
+      writePlatform(node, store);
+      configure(configuration_.switches[node],
+                *Rix::dynamicCast<Zeb::ClientConfig>(store.getEntity("mgmt/zeb/config")));
+    });
+  });
+}
+
+void VirtualFabric::apply(const Change& change) {
+  if (change.kind == ChangeKind::restart) {
+    switch (change.restarted) {
+      case Restarted::agent:
+        return agentRestart(*change.node, change.down);
+      case Restarted::sonar:
+        return sonarRestart(*change.node, change.down);
+      case Restarted::centre:
+        return centreRestart(change.down);
     }
-    Rix::dynamicCast<System::NetConfig>(store.getEntity("sys/net/config"))->hostnameIs(scenario_.nodes[node].name);
-  });
-  at(std::max(0.0, now()), [this, node] {
-    VirtualSwitch& ordered = *switches_[node];
-    if (ordered.agentRuns()) ordered.activity().dispatch([&] { writeTransmitters(topology_, node, ordered.orders()); });
-  });
+  }
+  applyChange(change, configuration_);
+  if (!change.node) return configureCentre();
+  if (change.kind == ChangeKind::address) {
+    network_.addressIs(*change.node, change.interface, change.address.value_or(0));
+    switches_[*change.node]->networkChanged();
+    routeSoon();
+  }
+  configureSwitch(*change.node);
+}
+
+void VirtualFabric::probeEnabledIs(const std::string& name, bool enabled) {
+  Change change;
+  change.kind = ChangeKind::probe;
+  change.name = name;
+  change.probe = configuration_.probes.at(name);
+  change.probe->enabled = enabled;
+  apply(change);
 }
 
 void VirtualFabric::agentRestart(std::size_t node, double down) {
@@ -223,16 +279,6 @@ void VirtualFabric::begin(Fault fault) {
   active_.push_back(false);
   faultIs(index, true);
   if (const auto until = scenario_.faults[index].until) at(*until, [this, index] { faultIs(index, false); });
-}
-
-void VirtualFabric::probeEnabledIs(const std::string& name, bool enabled) {
-  for (std::size_t node = 0; node < switches_.size(); ++node) {
-    if (!switches_[node]->agentRuns()) continue;
-    switches_[node]->activity().dispatch([&] {
-      for (const auto& transmitter : switches_[node]->orders().transmitterIterator())
-        if (transmitter->name().view().starts_with(name + ":")) transmitter->enabledIs(enabled);
-    });
-  }
 }
 
 // Each switch gets its new routes a moment after the one before it, in an order of chance.
@@ -361,6 +407,13 @@ std::vector<VirtualFabric::Names> VirtualFabric::standingPairs() const {
   for (const auto& pair : status().lossStatus()->devicePairLossRecordIterator())
     pairs.emplace_back(name(pair->devicePair().dev1SysId()), name(pair->devicePair().dev2SysId()));
   return pairs;
+}
+
+std::size_t VirtualFabric::streams() const {
+  std::size_t sent = 0;
+  for (const auto& stream : root().zebStreamTable()->streamRecordIterator())
+    sent += stream->egressRecords() > 0 ? 1u : 0u;
+  return sent;
 }
 
 std::size_t VirtualFabric::nodeNamed(const std::string& name) const {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "central/ZebAgent.h"
+#include "lab/Configuration.h"
 #include "lab/LossHistory.h"
 #include "lab/VirtualSwitch.h"
 #include "runtime/Trace.h"
@@ -29,7 +30,7 @@ class VirtualFabric {
     bool sonar = true;            // false: no probing services, for runs that are about orders alone
   };
 
-  // All is set up and probing starts: the time is 0. The scenario's faults follow as time advances.
+  // All is set up and probing starts: the time is 0. The scenario's faults and changes follow as time advances.
   VirtualFabric(Scenario scenario, const Options& options);
   ~VirtualFabric();
   VirtualFabric(const VirtualFabric&) = delete;
@@ -48,7 +49,9 @@ class VirtualFabric {
 
   // A fault that the scenario does not have, from now on to its `until`; its `at` does not count.
   void begin(Fault fault);
-  // All transmitters of a probe stop, or go on.
+  // A change that the scenario does not have, carried out now; its `at` does not count.
+  void apply(const Change& change);
+  // One of those: a probe stops, or goes on. Precondition: it is configured.
   void probeEnabledIs(const std::string& name, bool enabled);
   // This switch shares flows out over equal paths in another way from now on.
   void hashSeedIs(std::size_t node, std::uint64_t seed);
@@ -80,6 +83,8 @@ class VirtualFabric {
 
   const Scenario& scenario() const { return scenario_; }
   const Topology& topology() const { return topology_; }
+  // As it is now.
+  const Configuration& configuration() const { return configuration_; }
   VirtualNetwork& network() { return network_; }
   VirtualSwitch& node(std::size_t node) { return *switches_[node]; }
   // The node of that name. Precondition: there is one.
@@ -93,6 +98,8 @@ class VirtualFabric {
   Zeb::ZebStatus& status() const { return *centre().status(); }
   Zeb::Root& root() const { return *centre().root(); }
   const LossHistory& history() const;
+  // Streams that the centre knows to be sent by some switch, and that still are.
+  std::size_t streams() const;
   Rix::Activity& centreActivity() const;
 
  private:
@@ -104,6 +111,9 @@ class VirtualFabric {
   void centreFailed();
   void nodeStarts(std::size_t node);
   void agentStarts(std::size_t node);
+  void writePlatform(std::size_t node, Atlas::EntityManager& store) const;
+  void configureCentre();
+  void configureSwitch(std::size_t node);
   void sonarStopped(std::size_t node, double latest);
   void faultIs(std::size_t fault, bool active);
   void routeSoon();
@@ -121,7 +131,9 @@ class VirtualFabric {
   Fabric::MemoryReportStore reports_;
   VirtualNetwork network_;
   Sonar::Keyring keys_;
-  std::vector<bool> active_;  // per fault
+  Configuration configuration_;
+  std::map<std::string, Probe> probes_;  // while probing has not started
+  std::vector<bool> active_;             // per fault
   std::vector<std::unique_ptr<VirtualSwitch>> switches_;
   std::unique_ptr<Centre> centre_;
   U64 incarnations_ = 0;  // of the centre

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "lab/Flows.h"
 #include "lab/VirtualTest.h"
 
 namespace Lab {
@@ -16,6 +17,8 @@ TEST_P(Seeds, AHealthyFabricSaysNothing) {
   fabric.run();
   EXPECT_EQ(fabric.logText(), "");
   EXPECT_TRUE(fabric.standingPairs().empty());
+  EXPECT_EQ(fabric.streams(), flowsOf(fabric.topology()).size());
+  EXPECT_TRUE(fabric.failures().empty());
 }
 
 // Every link of the fabric that carries streams, each in one direction, with a seed of its own.
