@@ -21,6 +21,10 @@ IngressStream Bell::reservedStream(U32 tag) {
   return key;
 }
 
+bool Bell::isReserved(IngressStream const& key) {
+  return key.srcIp == bellSource && key.dstIp == bellDestination;
+}
+
 void Bell::sweep(Rix::Seconds now) {
   if (now - rungAt_ < period) return;
   if (ringing_) table_.rowDel(*ringing_);

@@ -23,9 +23,12 @@ class Bell {
   void ring() { asked_ = true; }
 
   void sweep(Rix::Seconds now);
+  /// Whether `sweep` has something to do yet.
+  bool busy() const { return asked_ || ringing_; }
 
   /// The row's key of a reserved stream: between two addresses that nobody has, told apart by its tag.
   static IngressStream reservedStream(U32 tag);
+  static bool isReserved(IngressStream const& key);
 
  private:
   IngressTable& table_;

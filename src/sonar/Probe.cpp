@@ -43,12 +43,7 @@ U64 tagOf(Flow const& flow, std::span<U8 const> payload, SipKey const& key) {
   return sipHash(key, covered);
 }
 
-Rejection parsePayload(std::span<U8 const> payload, Flow const& flow, Keyring const& keys, Probe& out) {
-  if (payload.size() != probePayloadSize) return Rejection::badPayloadSize;
-  U8 const* const bytes = payload.data();
-  if (get<U32>(bytes) != magic) return Rejection::badMagic;
-  if (bytes[4] != version) return Rejection::badVersion;
-  if (bytes[5] != static_cast<U8>(PacketKind::probe)) return Rejection::badKind;
+Rejection parseProbe(U8 const* bytes, Probe& out) {
   if (bytes[47] != 0 || get<U64>(bytes + 56) != 0) return Rejection::reservedBytes;
   out.ttl = bytes[6];
   out.streamTag = get<U32>(bytes + 8);
@@ -64,10 +59,54 @@ Rejection parsePayload(std::span<U8 const> payload, Flow const& flow, Keyring co
   if (out.interval == 0) return Rejection::badInterval;
   if (out.robustness == 0) return Rejection::badRobustness;
   if (out.sequence == 0) return Rejection::badSequence;
+  return Rejection::none;
+}
+
+Rejection parseNotice(U8 const* bytes, Notice& out) {
+  if (get<U32>(bytes + 60) != 0) return Rejection::reservedBytes;
+  out.kind = static_cast<PacketKind>(bytes[5]);
+  out.ttl = bytes[6];
+  out.streamTag = get<U32>(bytes + 8);
+  out.auxIp = Netkit::IpAddr(get<U32>(bytes + 12));
+  out.number = {get<U64>(bytes + 16), get<U64>(bytes + 24)};
+  out.stream = {Netkit::IpAddr(get<U32>(bytes + 32)), Netkit::IpAddr(get<U32>(bytes + 36)), get<U16>(bytes + 46),
+                probePort};
+  out.interval = get<U32>(bytes + 40);
+  out.robustness = get<U16>(bytes + 44);
+  out.serial = get<U64>(bytes + 48);
+  out.holder = Netkit::IpAddr(get<U32>(bytes + 56));
+  bool const paced = out.kind == PacketKind::running;
+  if (out.ttl == 0) return Rejection::badTtl;
+  if ((out.interval != 0) != paced) return Rejection::badInterval;
+  if ((out.robustness != 0) != paced) return Rejection::badRobustness;
+  if (out.number.sequence == 0) return Rejection::badSequence;
+  return Rejection::none;
+}
+
+Rejection parsePayload(std::span<U8 const> payload, Keyring const& keys, ReceivedPacket& out) {
+  if (payload.size() != probePayloadSize) return Rejection::badPayloadSize;
+  U8 const* const bytes = payload.data();
+  if (get<U32>(bytes) != magic) return Rejection::badMagic;
+  if (bytes[4] != version) return Rejection::badVersion;
+  if (bytes[5] >= packetKindCount) return Rejection::badKind;
+  out.kind = static_cast<PacketKind>(bytes[5]);
+  auto const rejection =
+      out.kind == PacketKind::probe ? parseProbe(bytes, out.probe) : parseNotice(bytes, out.notice);
+  if (rejection != Rejection::none) return rejection;
   SipKey const* const key = keys.key(bytes[7]);
   if (!key) return Rejection::unknownKey;
-  if (get<U64>(bytes + tagOffset) != tagOf(flow, payload, *key)) return Rejection::badTag;
+  if (get<U64>(bytes + tagOffset) != tagOf(out.flow, payload, *key)) return Rejection::badTag;
   return Rejection::none;
+}
+
+ProbePayload beginPayload(PacketKind kind, U8 ttl, Keyring const& keys) {
+  ProbePayload payload{};
+  put(payload.data(), magic);
+  payload[4] = version;
+  payload[5] = static_cast<U8>(kind);
+  payload[6] = ttl;
+  payload[7] = keys.signingId();
+  return payload;
 }
 
 }  // namespace
@@ -96,17 +135,12 @@ Rejection parsePacket(std::span<U8 const> packet, Keyring const& keys, ReceivedP
               get16(&datagram[2])};
   out.ipTtl = packet[8];
   if (out.flow.destinationPort != probePort) return Rejection::otherPort;
-  return parsePayload(datagram.subspan(udpHeaderSize), out.flow, keys, out.probe);
+  return parsePayload(datagram.subspan(udpHeaderSize), keys, out);
 }
 
 ProbePayload encodeProbe(Probe const& probe, Flow const& flow, Keyring const& keys) {
-  ProbePayload payload{};
+  ProbePayload payload = beginPayload(PacketKind::probe, probe.ttl, keys);
   U8* const bytes = payload.data();
-  put(bytes, magic);
-  bytes[4] = version;
-  bytes[5] = static_cast<U8>(PacketKind::probe);
-  bytes[6] = probe.ttl;
-  bytes[7] = keys.signingId();
   put(bytes + 8, probe.streamTag);
   put(bytes + 12, probe.auxIp.value());
   put(bytes + 16, probe.epoch);
@@ -116,6 +150,24 @@ ProbePayload encodeProbe(Probe const& probe, Flow const& flow, Keyring const& ke
   put(bytes + 44, probe.robustness);
   bytes[46] = probe.distance;
   put(bytes + 48, probe.auxiliary);
+  put(bytes + tagOffset, tagOf(flow, payload, keys.signingKey()));
+  return payload;
+}
+
+ProbePayload encodeNotice(Notice const& notice, Flow const& flow, Keyring const& keys) {
+  ProbePayload payload = beginPayload(notice.kind, notice.ttl, keys);
+  U8* const bytes = payload.data();
+  put(bytes + 8, notice.streamTag);
+  put(bytes + 12, notice.auxIp.value());
+  put(bytes + 16, notice.number.epoch);
+  put(bytes + 24, notice.number.sequence);
+  put(bytes + 32, notice.stream.source.value());
+  put(bytes + 36, notice.stream.destination.value());
+  put(bytes + 40, notice.interval);
+  put(bytes + 44, notice.robustness);
+  put(bytes + 46, notice.stream.sourcePort);
+  put(bytes + 48, notice.serial);
+  put(bytes + 56, notice.holder.value());
   put(bytes + tagOffset, tagOf(flow, payload, keys.signingKey()));
   return payload;
 }

@@ -1,7 +1,7 @@
 // What a probe changes, and what a silence means.
-#include "sonar/ReceiverRows.h"
-
 #include <algorithm>
+
+#include "sonar/ReceiverParts.h"
 
 namespace Sonar {
 
@@ -9,16 +9,13 @@ namespace {
 
 constexpr Netkit::IpProto udp{17};
 
-Zeb::ProbeStreamId streamIdOf(ReceivedPacket const& packet) {
-  Zeb::ProbeStreamId::Fields fields;
-  fields.srcIp = packet.flow.source;
-  fields.dstIp = packet.flow.destination;
-  fields.auxIp = packet.probe.auxIp;
-  fields.ipProto = udp;
-  fields.streamPort = packet.flow.sourcePort;
-  fields.streamTag = packet.probe.streamTag;
-  return Zeb::ProbeStreamId(fields);
-}
+// A stream that is heard so early in its counting has just begun; later, it has come from somewhere else.
+constexpr U64 beginning = 3;
+// A ttl that two switches hear in turn is told of by each at most so often.
+constexpr Rix::Seconds takeoverPeriod = 1.0;
+// A row asks after so long a silence, and then again so often.
+constexpr Rix::Seconds questionAfter = 10.0;
+constexpr Rix::Seconds questionPeriod = 60.0;
 
 }  // namespace
 
@@ -26,49 +23,19 @@ Rix::Seconds dormancyThreshold(Probe const& probe) {
   return std::max(probe.robustness * (probe.interval * 1e-6), minSilence);
 }
 
-struct ReceiverRows::Row {
-  SubStream* sub;
-  Netkit::IntfId interface;
-  std::size_t place;  // in the schedule
-  RowState state = RowState::live;
-  bool linkUp = true;
-  bool explained = false;       // its silence had a reason when it was judged last
-  Rix::Seconds heard = 0;       // when the last probe of this row came
-  Rix::Seconds silentFrom = 0;  // the same, or the last moment at which its silence had a reason
-};
+Zeb::ProbeStreamId ReceiverRows::idOf(Flow const& flow, U32 streamTag, Netkit::IpAddr auxIp) {
+  Zeb::ProbeStreamId::Fields fields;
+  fields.srcIp = flow.source;
+  fields.dstIp = flow.destination;
+  fields.auxIp = auxIp;
+  fields.ipProto = udp;
+  fields.streamPort = flow.sourcePort;
+  fields.streamTag = streamTag;
+  return Zeb::ProbeStreamId(fields);
+}
 
-struct ReceiverRows::SubStream {
-  Stream* stream;
-  U8 ttl;
-  Epoch epoch;
-  SequenceWindow window;
-  Rix::Seconds threshold;
-  Row* current = nullptr;  // where the newest probe came in
-  U64 lastSequence = 0;
-  U64 received = 0;
-  U64 lost = 0;
-  U64 misordered = 0;
-  U64 duplicated = 0;
-  std::vector<std::unique_ptr<Row>> rows;  // one for each interface, seldom more than one
-};
-
-struct ReceiverRows::Stream {
-  Zeb::ProbeStreamId id;
-  bool routed = true;
-  // Where and when the newest probe of any ttl came.
-  Netkit::IntfId interface;
-  Rix::Seconds heard = 0;
-  Rix::Seconds threshold = 0;
-  std::vector<std::unique_ptr<SubStream>> subStreams;  // one for each ttl that ends here
-
-  // Whether probes of this stream come by another interface than that of `row`, and have since its last one.
-  bool comesElsewhere(Row const& row, Rix::Seconds now) const {
-    return interface != row.interface && heard > row.heard && now - heard <= threshold;
-  }
-};
-
-ReceiverRows::ReceiverRows(SwitchView const& view, IngressTable& table, std::size_t maxRows)
-    : view_(view), table_(table), maxRows_(maxRows), bell_(table) {}
+ReceiverRows::ReceiverRows(SwitchView const& view, IngressTable& table, Notices& notices, std::size_t maxRows)
+    : view_(view), table_(table), notices_(notices), maxRows_(maxRows), bell_(table), departed_(table, maxRows) {}
 
 ReceiverRows::~ReceiverRows() = default;
 
@@ -77,20 +44,27 @@ void ReceiverRows::received(Rix::Seconds now, ReceivedPacket const& packet, Netk
     ++ignored_.ownSource;
     return;
   }
-  auto const id = streamIdOf(packet);
+  auto const id = idOf(packet.flow, packet.probe.streamTag, packet.probe.auxIp);
   SubStream* const sub = find(id, packet.probe.ttl);
   if (!sub) {
     begin(now, packet, id, interface);
     return;
   }
+  bool const returns = isSilent(*sub, now) || packet.probe.epoch > sub->epoch.value;
   auto const counted = count(now, *sub, packet.probe);
   if (counted == Counted::ignored) return;
-  if (counted == Counted::newest) {
+  // The last probes of a stream that has been ended may come behind the word of it.
+  bool const wakes = counted == Counted::newest && (!sub->ended || sub->ended->last < sub->newest());
+  if (wakes) {
+    bool const takesBack = sub->takenOver && *sub->takenOver <= sub->newest();
+    if (takesBack) sub->takenOver.reset();
+    sub->ended.reset();
     sub->threshold = dormancyThreshold(packet.probe);
     Row* const previous = sub->current;
     sub->current = &rowOn(*sub, interface);
     heard(now, *sub);
     if (previous != sub->current) judge(*previous, now);
+    if (returns || takesBack || sub->owesTakeover) tellTakeover(now, *sub);
   }
   write(*sub->current);
 }
@@ -128,6 +102,12 @@ void ReceiverRows::begin(Rix::Seconds now, ReceivedPacket const& packet, Zeb::Pr
   sub.current = &addRow(sub, interface);
   heard(now, sub);
   write(*sub.current);
+  tellTakeover(now, sub);
+}
+
+// Whether so much time has passed without a probe that what is missing says nothing.
+bool ReceiverRows::isSilent(SubStream const& sub, Rix::Seconds now) {
+  return sub.adopted || now - sub.current->heard > sub.threshold;
 }
 
 // Counts the probe. Only the newest, with the highest number so far, is a sign of life and tells where the stream is
@@ -145,7 +125,7 @@ ReceiverRows::Counted ReceiverRows::count(Rix::Seconds now, SubStream& sub, Prob
     return Counted::newest;
   }
   U64 const highest = sub.window.highest();
-  bool const afterSilence = probe.sequence > highest && now - sub.current->heard > sub.threshold;
+  bool const afterSilence = probe.sequence > highest && isSilent(sub, now);
   auto const [arrival, lost] =
       afterSilence ? sub.window.takeAfterSilence(probe.sequence) : sub.window.take(probe.sequence);
   sub.lost += lost;
@@ -184,6 +164,7 @@ ReceiverRows::Row& ReceiverRows::addRow(SubStream& sub, Netkit::IntfId interface
   Row& row = *sub.rows.back();
   row.linkUp = view_.linkUp(interface);
   schedule_.push_back({0, &row});
+  departed_.returned(keyOf(row));
   return row;
 }
 
@@ -192,6 +173,8 @@ void ReceiverRows::heard(Rix::Seconds now, SubStream& sub) {
   row.heard = row.silentFrom = now;
   if (row.state == RowState::dormant) bell_.ring();
   row.state = RowState::live;
+  sub.adopted = false;
+  sub.nextQuestion = now + questionAfter;
   Stream& stream = *sub.stream;
   stream.interface = row.interface;
   stream.heard = now;
@@ -202,9 +185,19 @@ void ReceiverRows::heard(Rix::Seconds now, SubStream& sub) {
 
 void ReceiverRows::sweep(Rix::Seconds now) {
   for (auto const& [nextCheck, row] : schedule_) {
-    if (nextCheck <= now) judge(*row, now);
+    if (nextCheck > now) continue;
+    judge(*row, now);
+    SubStream& sub = *row->sub;
+    if (sub.ended && sub.ended->removeAt <= now && row == sub.current) over_.push_back(&sub);
   }
+  for (SubStream* const sub : over_) remove(now, *sub);
+  over_.clear();
+  departed_.sweep(now);
   bell_.sweep(now);
+}
+
+void ReceiverRows::judgeAll(SubStream& sub, Rix::Seconds now) {
+  for (auto const& row : sub.rows) judge(*row, now);
 }
 
 void ReceiverRows::switchChanged(Rix::Seconds now) {
@@ -216,15 +209,26 @@ void ReceiverRows::switchChanged(Rix::Seconds now) {
 }
 
 void ReceiverRows::judge(Row& row, Rix::Seconds now) {
-  SubStream const& sub = *row.sub;
+  SubStream& sub = *row.sub;
+  if (sub.ended) {
+    schedule_[row.place].nextCheck = now;
+    if (sub.nextQuestion <= now) ask(now, sub);
+    stateIs(row, RowState::held);
+    return;
+  }
   bool const silent = now - row.heard > sub.threshold;
-  bool const reason = !row.linkUp || !sub.stream->routed || sub.stream->comesElsewhere(row, now);
+  bool const known = !row.linkUp || !sub.stream->routed || sub.stream->comesElsewhere(row, now) || sub.takenOver;
+  bool const reason = known || sub.adopted;
   // While there is a reason, and for one threshold after it, a silence proves nothing.
   if (reason || row.explained) row.silentFrom = now;
   row.explained = reason;
   schedule_[row.place].nextCheck = reason || silent ? now : row.heard + sub.threshold;
+  if (reason || silent) {
+    if (sub.nextQuestion <= now) ask(now, sub);
+  }
   if (silent && reason) {
-    stateIs(row, RowState::frozen);
+    // A row that was dormant already when this service began stays so until something is known of it.
+    if (known || row.state != RowState::dormant) stateIs(row, RowState::frozen);
   } else if (silent && now - row.silentFrom > sub.threshold) {
     stateIs(row, RowState::dormant);
   }
@@ -239,12 +243,65 @@ void ReceiverRows::stateIs(Row& row, RowState state) {
   write(row);
 }
 
-void ReceiverRows::write(Row const& row) {
+// Tells the source that the ttl ends here now.
+void ReceiverRows::tellTakeover(Rix::Seconds now, SubStream& sub) {
+  sub.owesTakeover = true;  // the next probe reminds
+  if (now < sub.nextTakeover) return;
+  sub.nextTakeover = now + takeoverPeriod;
+  notices_.forget(sub.takeoverSerial);
+  auto const urgency =
+      sub.window.highest() <= beginning ? Notices::Urgency::patient : Notices::Urgency::urgent;
+  sub.takeoverSerial =
+      notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::takeover), urgency);
+  sub.owesTakeover = sub.takeoverSerial == 0;
+}
+
+// Asks the source whether the stream is still sent.
+void ReceiverRows::ask(Rix::Seconds now, SubStream& sub) {
+  sub.nextQuestion = now + questionPeriod;
+  notices_.forget(sub.questionSerial);
+  sub.questionSerial = notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::question),
+                                     Notices::Urgency::patient);
+}
+
+Notice ReceiverRows::noticeOf(SubStream const& sub, PacketKind kind) const {
+  auto const& id = sub.stream->id;
+  return {.kind = kind,
+          .ttl = sub.ttl,
+          .stream = {id.srcIp(), id.dstIp(), id.streamPort(), probePort},
+          .streamTag = id.streamTag(),
+          .auxIp = id.auxIp(),
+          .number = sub.newest(),
+          .holder = notices_.ownAddress()};
+}
+
+void ReceiverRows::remove(Rix::Seconds now, SubStream& sub) {
+  notices_.forget(sub.takeoverSerial);
+  notices_.forget(sub.questionSerial);
+  for (auto const& row : sub.rows) {
+    table_.rowDel(keyOf(*row));
+    departed_.departed(now, entryOf(*row));
+    schedule_[row->place] = schedule_.back();
+    schedule_[row->place].row->place = row->place;
+    schedule_.pop_back();
+  }
+  Stream& stream = *sub.stream;
+  std::erase_if(stream.subStreams, [&](auto const& entry) { return entry.get() == &sub; });
+  if (stream.subStreams.empty()) streams_.erase(Zeb::ProbeStreamId(stream.id));
+}
+
+IngressStream ReceiverRows::keyOf(Row const& row) const {
+  IngressStream key;
+  static_cast<Zeb::ProbeStreamId::Fields&>(key) = row.sub->stream->id.fields();
+  key.ttl = row.sub->ttl;
+  key.ingressIntf = row.interface;
+  return key;
+}
+
+IngressStreamStatisticsTableEntry ReceiverRows::entryOf(Row const& row) const {
   SubStream const& sub = *row.sub;
   IngressStreamStatisticsTableEntry entry;
-  static_cast<Zeb::ProbeStreamId::Fields&>(entry.key) = sub.stream->id.fields();
-  entry.key.ttl = sub.ttl;
-  entry.key.ingressIntf = row.interface;
+  entry.key = keyOf(row);
   entry.dormant = row.state == RowState::dormant;
   entry.epoch = sub.epoch;
   entry.probesReceived = sub.received;
@@ -253,7 +310,11 @@ void ReceiverRows::write(Row const& row) {
   entry.probesDuplicated = sub.duplicated;
   entry.lastSequenceNumber = sub.lastSequence;
   entry.currentSequenceNumber = sub.window.highest();
-  table_.rowIs(entry);
+  return entry;
+}
+
+void ReceiverRows::write(Row const& row) {
+  table_.rowIs(entryOf(row));
 }
 
 std::optional<RowState> ReceiverRows::state(IngressStream const& key) const {

@@ -62,7 +62,9 @@ class Receiver : public testing::Test {
   Rix::Seconds now = 1000;
   TestSwitch view;
   TestIngressTable table;
-  ReceiverRows rows{view, table, 8};
+  U64 lastEpoch = 0;
+  Notices notices{[this] { return ++lastEpoch; }, 64};
+  ReceiverRows rows{view, table, notices, 8};
 };
 
 TEST_F(Receiver, aProbeMakesARowWithItsCountersAndNoEthernetAddresses) {

@@ -69,7 +69,8 @@ class Sender : public testing::Test {
   TestSwitch view;
   TestEgressTable table;
   TestTransmitterMap map;
-  SenderPlan plan{view, table, map, [this] { return ++lastEpoch; }, 64};
+  Notices notices{[] { return U64{1}; }, 64};
+  SenderPlan plan{view, table, map, notices, [this] { return ++lastEpoch; }, 64};
 };
 
 TEST_F(Sender, sendsEachTtlAtItsRateWithRisingSequence) {
@@ -116,7 +117,7 @@ TEST_F(Sender, spreadsStreamsAndDoesSoTheSameInEachRun) {
   for (U16 port = 20000; port < 20040; ++port) order().ports.insert(port);
   apply();
   SenderPlan second(
-      view, table, map, [] { return 1; }, 64);
+      view, table, map, notices, [] { return 1; }, 64);
   second.ordersAre(now, orders);
   EXPECT_EQ(second.nextDue(), plan.nextDue());
   auto const sent = run(0.1);

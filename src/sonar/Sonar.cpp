@@ -13,28 +13,43 @@ namespace {
 // At most so many probes are made before they are handed to the kernel.
 constexpr std::size_t sendBatch = 256;
 
+// An address that means something on this switch alone.
+bool isLoopback(Netkit::IpAddr address) {
+  return address.value() >> 24 == 127;
+}
+
 }  // namespace
 
 Service::Service(Options options, Surroundings const& surroundings)
     : keys_(options.keys),
       view_(surroundings.view),
       packets_(surroundings.packets),
-      sender_(surroundings.view, surroundings.egress, surroundings.transmitters, std::move(options.nextEpoch),
+      notices_(options.nextEpoch, options.maxRows + options.maxSubStreams),
+      sender_(surroundings.view, surroundings.egress, surroundings.transmitters, notices_, options.nextEpoch,
               options.maxSubStreams),
-      receiver_(surroundings.view, surroundings.ingress, options.maxRows) {
+      receiver_(surroundings.view, surroundings.ingress, notices_, options.maxRows) {
   RIX_ASSERT(!keys_.isEmpty());
-  packets_.localAddressesAre(view_.localAddresses());
+  handleAddresses();
+}
+
+void Service::adopt(Rix::Seconds now, std::span<IngressStreamStatisticsTableEntry const> ingress,
+                    std::span<EgressStreamTable const> egress) {
+  receiver_.adopt(now, ingress);
+  sender_.adopt(now, egress);
+  nextSweep_ = now + sweepPeriod;
 }
 
 Rix::Seconds Service::nextDeadline() const {
   Rix::Seconds const send = std::max(sender_.nextDue(), nextSend_);
-  return receiver_.rows() > 0 ? std::min(nextSweep_, send) : send;
+  Rix::Seconds const tell = std::min(sender_.nextRun(), notices_.nextDue());
+  return std::min({send, tell, receiver_.idle() ? Rix::never : nextSweep_});
 }
 
 void Service::onReadable(Rix::Seconds now) {
   // Without rows nothing is swept; the first one starts it.
-  if (receiver_.rows() == 0) nextSweep_ = now + sweepPeriod;
+  if (receiver_.idle()) nextSweep_ = now + sweepPeriod;
   drain(now);
+  sendNotices(now);
 }
 
 void Service::onTimer(Rix::Seconds now) {
@@ -44,36 +59,66 @@ void Service::onTimer(Rix::Seconds now) {
     receiver_.sweep(now);
     nextSweep_ = now + sweepPeriod;
   }
+  if (sender_.nextRun() <= now) sender_.run(now);
   if (std::max(sender_.nextDue(), nextSend_) <= now) {
     send(now);
     nextSend_ = now + sendPeriod;
   }
+  sendNotices(now);
 }
 
 void Service::switchChanged(Rix::Seconds now) {
-  packets_.localAddressesAre(view_.localAddresses());
+  handleAddresses();
   drain(now);
   receiver_.switchChanged(now);
   sender_.switchChanged(now);
-  packets_.endpointsAre(sender_.endpoints());
+  handleEndpoints();
+  sendNotices(now);
 }
 
 void Service::ordersAre(Rix::Seconds now, Orders orders) {
   sender_.ordersAre(now, std::move(orders));
-  packets_.endpointsAre(sender_.endpoints());
+  handleEndpoints();
+  sendNotices(now);
 }
 
-void Service::adopt(Rix::Seconds, std::span<IngressStreamStatisticsTableEntry const>,
-                    std::span<EgressStreamTable const>) {}
-
-void Service::agentRestarted(Rix::Seconds) {}
+void Service::agentRestarted(Rix::Seconds now) {
+  receiver_.agentRestarted(now);
+  sender_.agentRestarted(now);
+  handleEndpoints();
+  sendNotices(now);
+}
 
 void Service::stop(Rix::Seconds now) {
-  sender_.ordersAre(now, {.configuration = 0, .enabled = true});
+  sender_.stop(now);
+  handleEndpoints();
+  sender_.run(now);
+  sendNotices(now);
 }
 
 bool Service::stopped() const {
-  return true;
+  return !sender_.marking();
+}
+
+void Service::handleAddresses() {
+  auto const addresses = view_.localAddresses();
+  packets_.localAddressesAre(addresses);
+  // Others answer to where a notice came from, so it comes from an address that is not one link's. Where a switch has
+  // none on its loopback, any must do.
+  Netkit::IpAddr own = view_.sourceAddress(Netkit::IntfId("lo"));
+  for (Netkit::IpAddr const address : addresses) {
+    if (own == Netkit::IpAddr() && !isLoopback(address)) own = address;
+  }
+  notices_.ownAddressIs(own);
+}
+
+void Service::handleEndpoints() {
+  auto endpoints = sender_.endpoints();
+  for (Netkit::IpAddr const address : view_.localAddresses()) {
+    if (isLoopback(address)) continue;
+    for (U16 port = noticePort; port < noticePort + noticePorts; ++port) endpoints.emplace(address, port);
+  }
+  packets_.endpointsAre(endpoints);
 }
 
 void Service::drain(Rix::Seconds now) {
@@ -84,8 +129,53 @@ void Service::drain(Rix::Seconds now) {
     if (rejection != Rejection::none) return;
     // The kernel's filter says the same, but lags behind a change of addresses, and has no room for very many.
     bool const endsHere = packet.ipTtl <= 1 || view_.isLocal(packet.flow.destination);
-    if (endsHere) receiver_.received(now, packet, interface);
+    if (!endsHere) return;
+    if (packet.kind == PacketKind::probe) {
+      receiver_.received(now, packet, interface);
+    } else {
+      hearNotice(now, packet);
+    }
   });
+}
+
+void Service::hearNotice(Rix::Seconds now, ReceivedPacket const& packet) {
+  Notice const& notice = packet.notice;
+  bool const forUs = view_.isLocal(packet.flow.destination);
+  // An end mark ends like the probes whose way it went. Everything else is for an address of this switch.
+  bool const inBand = notice.kind == PacketKind::end && packet.flow == notice.stream;
+  if ((!forUs && !inBand) || view_.isLocal(packet.flow.source)) return;
+  auto const acknowledge = [&] {
+    Notice answer = notice;
+    answer.kind = PacketKind::acknowledgement;
+    notices_.answer(packet.flow, answer);
+  };
+  switch (notice.kind) {
+    case PacketKind::end:
+      return receiver_.ended(now, notice);
+    case PacketKind::freeze:
+      receiver_.takenOver(now, notice);
+      return acknowledge();
+    case PacketKind::running:
+      // Only what was asked is answered; an answer from before may be wrong by now.
+      if (notices_.answered(notice.serial, packet.flow.source)) receiver_.running(now, notice);
+      return;
+    case PacketKind::takeover:
+      if (isSourceOf(notice) && sender_.takeover(now, packet)) acknowledge();
+      return;
+    case PacketKind::question:
+      if (isSourceOf(notice)) sender_.question(now, packet);
+      return;
+    case PacketKind::acknowledgement:
+      notices_.answered(notice.serial, packet.flow.source);
+      return;
+    case PacketKind::probe:
+      return;
+  }
+}
+
+// Whether this switch is where that stream comes from, if it is sent at all.
+bool Service::isSourceOf(Notice const& notice) const {
+  return view_.isLocal(notice.stream.source);
 }
 
 void Service::send(Rix::Seconds now) {
@@ -98,6 +188,19 @@ void Service::send(Rix::Seconds now) {
     packets_.send(outgoing_, results_);
     sender_.results(results_);
   } while (outgoing_.size() == sendBatch);
+}
+
+// What the kernel refuses is repeated, or told again by the next mark.
+void Service::sendNotices(Rix::Seconds now) {
+  if (notices_.nextDue() > now) return;
+  told_.clear();
+  notices_.takeDue(now, told_);
+  outgoing_.clear();
+  for (auto const& [flow, hopLimit, notice] : told_) {
+    outgoing_.push_back({flow, hopLimit, encodeNotice(notice, flow, keys_)});
+  }
+  results_.assign(outgoing_.size(), SendResult::failed);
+  packets_.send(outgoing_, results_);
 }
 
 }  // namespace Sonar

@@ -1,13 +1,15 @@
 // The probing service: sends what its orders say, counts what ends here, and judges what is silent. It ties the sending
 // plan and the receivers' rows to the packets, and is driven from outside: an event loop waits on `fds()` and until
-// `nextDeadline()`, and calls in with the time. It knows the system by its orders and its tables alone, and owns no
+// `nextDeadline()`, and calls in with the time. What switches have to tell each other leaves in the same turn. It knows the system by its orders and its tables alone, and owns no
 // clock, file or thread.
 #pragma once
 
 #include <array>
 #include <functional>
+#include <span>
 #include <vector>
 
+#include "sonar/Notices.h"
 #include "sonar/PacketIo.h"
 #include "sonar/ReceiverRows.h"
 #include "sonar/SenderPlan.h"
@@ -66,14 +68,21 @@ class Service {
   U64 packetsDropped() const { return packets_.dropped(); }
   SenderPlan const& sender() const { return sender_; }
   ReceiverRows const& receiver() const { return receiver_; }
+  Notices const& notices() const { return notices_; }
 
  private:
   void drain(Rix::Seconds now);
+  void hearNotice(Rix::Seconds now, ReceivedPacket const& packet);
   void send(Rix::Seconds now);
+  void sendNotices(Rix::Seconds now);
+  bool isSourceOf(Notice const& notice) const;
+  void handleAddresses();
+  void handleEndpoints();
 
   Keyring keys_;
   SwitchView const& view_;
   PacketIo& packets_;
+  Notices notices_;
   SenderPlan sender_;
   ReceiverRows receiver_;
   std::array<U64, rejectionCount> parsed_{};
@@ -81,6 +90,7 @@ class Service {
   Rix::Seconds nextSend_ = 0;
   std::vector<OutgoingProbe> due_;
   std::vector<OutgoingPacket> outgoing_;
+  std::vector<OutgoingNotice> told_;
   std::vector<SendResult> results_;
 };
 

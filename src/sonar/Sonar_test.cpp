@@ -125,7 +125,8 @@ TEST_F(Services, countOnBothSidesTheSame) {
     EXPECT_EQ(Zeb::egressStreamToStreamId(key), Zeb::egressStreamToStreamId(a.map.streams.begin()->first));
   }
   EXPECT_TRUE(a.ingress.rows.empty());
-  EXPECT_EQ(b.service.packets(Rejection::none), 200U);
+  // And two acknowledgements.
+  EXPECT_EQ(b.service.packets(Rejection::none), 202U);
   EXPECT_EQ(a.service.sender().counts().skipped, 0U);
 }
 
@@ -195,11 +196,16 @@ TEST_F(Services, aProbeInTransitIsNotCountedWhateverTheFilterLetsThrough) {
 
 TEST_F(Services, followTheAddressesOfTheirSwitch) {
   a.probes(ip(2), now);
-  EXPECT_EQ(a.packets.endpoints, (std::set<SourceEndpoint>{{ip(1), 20000}}));
+  auto const endpoints = [](Netkit::IpAddr address) {
+    std::set<SourceEndpoint> result{{address, 20000}};
+    for (U16 port = noticePort; port < noticePort + noticePorts; ++port) result.emplace(address, port);
+    return result;
+  };
+  EXPECT_EQ(a.packets.endpoints, endpoints(ip(1)));
   a.view.addresses["lo"] = ip(7);
   a.service.switchChanged(now);
   EXPECT_EQ(a.packets.addresses, std::vector{ip(7)});
-  EXPECT_EQ(a.packets.endpoints, (std::set<SourceEndpoint>{{ip(7), 20000}}));
+  EXPECT_EQ(a.packets.endpoints, endpoints(ip(7)));
 }
 
 TEST_F(Services, aLinkThatIsSeenToFailIsNoDormancy) {
