@@ -29,7 +29,8 @@ enum class MountState : U8 {
 // Told of a service's mounts. The defaults do nothing.
 class FabricdbServiceMounter : public Rix::PtrInterface {
  public:
-  // The group stands: its directories are there. Called once, also while no switch is connected.
+  // The group stands: its directories are there, and in them what is given before the group: what is stored of switches
+  // that are away, and the reports of those that were connected. Called once, also while no switch is connected.
   virtual void doMountsComplete(Rix::String8 groupName, Rix::Ptr<Atlas::EntityManager> const& entityManager);
   virtual void doHandleFabricMountState(SystemId const& systemId, Rix::String8 groupName, MountState state);
   // The switches that were connected when the group came to stand have been read.

@@ -174,7 +174,9 @@ bool Subscription::takeMessage(Rix::FrameHeader const& header, std::string_view 
     throw Rix::FrameException("malformed frame: absence: expected no payload, found some");
   }
   if (held_) {
-    // A snapshot alone can wait: what follows before it is applied is missing then, and asked for.
+    // A snapshot alone can wait: what follows before it is applied is missing then, and asked for. A beat tells whether
+    // something has.
+    if (header.kind == Rix::FrameKind::beat && first_ && header.sequence == first_->header.sequence) return true;
     if (!whole) {
       first_.reset();
       return false;
