@@ -201,8 +201,10 @@ TEST_F(EchoConfig, TheStampIsSetLastAtEachRunForATransmitterAndNotByChangesWithi
   EXPECT_EQ(transmitter("p:leaves")->genId(), 100);
 
   auto* const before = echoConfigSm->zebEchoConfigCopySm()->zebTransmitterConfigSm("p:leaves");
+  transmitter("p:leaves")->ipDestDel(peer);
+  writes.take();
   orders->transmitterNotify("p:leaves");
-  EXPECT_THAT(writes.take(), ElementsAre("genId"));
+  EXPECT_THAT(writes.take(), ElementsAre("ipDest 10.0.0.9", "genId"));
   EXPECT_EQ(transmitter("p:leaves")->genId(), 101);
   EXPECT_EQ(echoConfigSm->zebEchoConfigCopySm()->zebTransmitterConfigSm("p:leaves"), before);
 }
