@@ -40,9 +40,8 @@ class ProbeSums {
       ZebClient const* const client = status.client(switchId);
       RIX_ASSERT(client != nullptr, switchId);
       Rix::String8 const& hostname = client->hostname();
-      place->second = hostname.empty() ? &nameless_ : byHostname_.findOrCreate(hostname, [&hostname] {
-        return HostLoad{hostname};
-      });
+      place->second = hostname.empty() ? &nameless_
+                                       : byHostname_.findOrCreate(hostname, [&hostname] { return HostLoad{hostname}; });
     }
     place->second->received += received;
   }

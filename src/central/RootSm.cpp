@@ -45,7 +45,6 @@ void RootSm::handleEnabled() {
   }
 }
 
-// The intake before the builder, which needs its clients; all tables are those of the root object.
 void RootSm::createMachines() {
   Rix::Ptr<ZebConfig const> const config = config_.notifier();
   configMountSm_.is(Rix::Ptr<Rix::Dir const>(clientConfigDir_), status_);

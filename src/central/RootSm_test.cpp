@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "runtime/Activity.h"
 #include "runtime/Trace.h"
 
@@ -43,6 +46,24 @@ struct CentralSide : testing::Test {
     cluster->isStandaloneOrLeaderIs(true);
     start();
   }
+  void runTo(double now) {
+    time.nowIs(now);
+    activity.runDueTimers();
+  }
+  static Fabric::SystemId switchId(U8 number) { return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, 0, number})); }
+  void addReport(U8 number, char const* hostname) {
+    auto report = Rix::make<ClientConfig>();
+    report->hostnameIs(hostname);
+    report->groupIs("leaves");
+    configDir->entityPtrIs(Rix::Name(switchId(number).stringValue()), report);
+  }
+  // A stream from switch 1 to switch 2.
+  ProbeStreamRecord& addStream() {
+    ProbeStreamRecord& record = *root->zebStreamTable()->streamRecordIs(ProbeStreamId(ProbeStreamId::Fields{}));
+    record.sourceIdIs(switchId(1));
+    record.destinationIdIs(switchId(2));
+    return record;
+  }
   void addLossRecord(U16 port) {
     ProbeStreamId::Fields fields;
     fields.streamPort = port;
@@ -52,13 +73,18 @@ struct CentralSide : testing::Test {
   }
 };
 
+using CentralSideDeathTest = CentralSide;
+
 TEST_F(CentralSide, EnabledOnAMemberThatDoesNotLeadHasNoMachine) {
   config->enabledIs(true);
   start();
   EXPECT_FALSE(status->enabled());
   EXPECT_EQ(rootSm->collectorSm(), nullptr);
+  EXPECT_EQ(rootSm->configMountSm(), nullptr);
   EXPECT_EQ(rootSm->eventsAnalyzerSm(), nullptr);
   EXPECT_EQ(rootSm->cliConfigSm(), nullptr);
+  EXPECT_EQ(rootSm->statsEngineSm(), nullptr);
+  EXPECT_EQ(rootSm->pairStreamSm(), nullptr);
 }
 
 TEST_F(CentralSide, BecomingLeaderCreatesTheMachines) {
@@ -66,39 +92,192 @@ TEST_F(CentralSide, BecomingLeaderCreatesTheMachines) {
   start();
   cluster->isStandaloneOrLeaderIs(true);
   EXPECT_TRUE(status->enabled());
+  EXPECT_NE(rootSm->configMountSm(), nullptr);
+  EXPECT_NE(rootSm->groupBuilderSm(), nullptr);
   EXPECT_NE(rootSm->collectorSm(), nullptr);
   EXPECT_NE(rootSm->eventCollectorSm(), nullptr);
   EXPECT_NE(rootSm->lossAnalyzerSm(), nullptr);
   EXPECT_NE(rootSm->eventsAnalyzerSm(), nullptr);
   EXPECT_NE(rootSm->cliConfigSm(), nullptr);
+  EXPECT_NE(rootSm->statsEngineSm(), nullptr);
+  EXPECT_NE(rootSm->pairStreamSm(), nullptr);
 }
 
 TEST_F(CentralSide, ANotificationOfTheDatabaseStatusAloneChangesAndRecreatesNothing) {
   startRunning();
   auto* const collector = rootSm->collectorSm();
   auto* const lossAnalyzer = rootSm->lossAnalyzerSm();
+  auto* const groupBuilder = rootSm->groupBuilderSm();
+  auto* const statsEngine = rootSm->statsEngineSm();
+  auto* const pairStream = rootSm->pairStreamSm();
   fabricdbStatus->enabledIs(true);
   EXPECT_TRUE(status->enabled());
+  EXPECT_EQ(rootSm->groupBuilderSm(), groupBuilder);
+  EXPECT_EQ(rootSm->statsEngineSm(), statsEngine);
+  EXPECT_EQ(rootSm->pairStreamSm(), pairStream);
   EXPECT_EQ(rootSm->collectorSm(), collector);
   EXPECT_EQ(rootSm->lossAnalyzerSm(), lossAnalyzer);
 }
 
-TEST_F(CentralSide, AcrossADisableTheEventsAnalyzerAndTheClearerStayAndTheOthersAreNew) {
+TEST_F(CentralSide, AcrossADisableTheEventsAnalyzerTheClearerAndTheStatisticsStayAndTheOthersAreNew) {
   startRunning();
+  Rix::Ptr<ZebConfigMountSm> const configMount = rootSm->configMountSm();
+  Rix::Ptr<ZebGroupBuilderSm> const groupBuilder = rootSm->groupBuilderSm();
   Rix::Ptr<ZebCollectorSm> const collector = rootSm->collectorSm();
+  Rix::Ptr<ZebEventCollectorSm> const eventCollector = rootSm->eventCollectorSm();
+  Rix::Ptr<ZebLossAnalyzerSm> const lossAnalyzer = rootSm->lossAnalyzerSm();
+  Rix::Ptr<ZebPairStreamSm> const pairStream = rootSm->pairStreamSm();
   Rix::Ptr<ZebEventsAnalyzerSm> const eventsAnalyzer = rootSm->eventsAnalyzerSm();
   Rix::Ptr<ZebCliConfigSm> const clearer = rootSm->cliConfigSm();
+  Rix::Ptr<ZebStatsEngineSm> const statsEngine = rootSm->statsEngineSm();
   config->enabledIs(false);
   EXPECT_FALSE(status->enabled());
+  EXPECT_EQ(rootSm->configMountSm(), nullptr);
+  EXPECT_EQ(rootSm->groupBuilderSm(), nullptr);
   EXPECT_EQ(rootSm->collectorSm(), nullptr);
   EXPECT_EQ(rootSm->eventCollectorSm(), nullptr);
   EXPECT_EQ(rootSm->lossAnalyzerSm(), nullptr);
+  EXPECT_EQ(rootSm->pairStreamSm(), nullptr);
   EXPECT_EQ(rootSm->eventsAnalyzerSm(), eventsAnalyzer.get());
+  EXPECT_EQ(rootSm->cliConfigSm(), clearer.get());
+  EXPECT_EQ(rootSm->statsEngineSm(), statsEngine.get());
+  EXPECT_TRUE(statsEngine->hasNotificationActive());
   config->enabledIs(true);
   EXPECT_EQ(rootSm->eventsAnalyzerSm(), eventsAnalyzer.get());
   EXPECT_EQ(rootSm->cliConfigSm(), clearer.get());
-  EXPECT_NE(rootSm->collectorSm(), nullptr);
+  EXPECT_EQ(rootSm->statsEngineSm(), statsEngine.get());
+  for (auto const* made : std::initializer_list<Rix::PtrInterface const*>{
+           rootSm->configMountSm(), rootSm->groupBuilderSm(), rootSm->collectorSm(), rootSm->eventCollectorSm(),
+           rootSm->lossAnalyzerSm(), rootSm->pairStreamSm()}) {
+    ASSERT_NE(made, nullptr);
+    EXPECT_TRUE(made->hasNotificationActive());
+  }
+  EXPECT_NE(rootSm->configMountSm(), configMount.get());
+  EXPECT_NE(rootSm->groupBuilderSm(), groupBuilder.get());
   EXPECT_NE(rootSm->collectorSm(), collector.get());
+  EXPECT_NE(rootSm->eventCollectorSm(), eventCollector.get());
+  EXPECT_NE(rootSm->lossAnalyzerSm(), lossAnalyzer.get());
+  EXPECT_NE(rootSm->pairStreamSm(), pairStream.get());
+}
+
+// In which order the machines first say something; those that a handler of another reaches are made after it too.
+struct FacilitiesHeard {
+  std::vector<std::string> names;
+  FacilitiesHeard() {
+    Rix::traceSinkIs([this](Rix::TraceLine const& line) {
+      std::string const name(line.facility);
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    });
+    Rix::traceLevelsIs("*", ~U32{0});
+  }
+  ~FacilitiesHeard() {
+    Rix::traceLevelsIs("*", 0);
+    Rix::traceSinkIs({});
+  }
+  // Those of `wanted` that were heard, in the order in which they were.
+  std::vector<std::string> of(std::vector<std::string> const& wanted) const {
+    std::vector<std::string> found;
+    for (auto const& name : names) {
+      if (std::find(wanted.begin(), wanted.end(), name) != wanted.end()) found.push_back(name);
+    }
+    return found;
+  }
+};
+
+TEST_F(CentralSide, MachinesComeInOneOrderAndGoInIt) {
+  addReport(1, "leaf1");
+  addStream();
+  waveStatusDir->entityPtrIs(Rix::Name(switchId(1).stringValue()), Rix::make<ZebSonarStatusV1>());
+  auto probe = Rix::make<ZebProbeConfig>("p");
+  probe->srcGroupIs("leaves");
+  config->probeConfigAdopt(probe);
+  start();
+  cluster->isStandaloneOrLeaderIs(true);
+  std::vector<std::string> const made = {"ZebConfigMountSm", "ZebGroupBuilderSm", "ZebCollectorSm", "ZebStatsEngineSm",
+                                         "ZebPairStreamSm"};
+  std::vector<std::string> const ended = {"ZebConfigMountSm", "ZebGroupBuilderSm", "ZebPairStreamSm"};
+  {
+    FacilitiesHeard const heard;
+    config->enabledIs(true);
+    EXPECT_EQ(heard.of(made), made);
+  }
+  {
+    FacilitiesHeard const heard;
+    config->enabledIs(false);
+    EXPECT_EQ(heard.of(ended), ended);
+  }
+  config->enabledIs(true);
+  FacilitiesHeard const heard;
+  rootSm = nullptr;
+  EXPECT_EQ(heard.of(ended), ended);
+}
+
+TEST_F(CentralSide, ReportsAndProbesMeetInGroupsWhileTheServiceIsOnAndNothingOfThemIsLeftWhenItIsOff) {
+  addReport(1, "leaf1");
+  auto probe = Rix::make<ZebProbeConfig>("p");
+  probe->srcGroupIs("leaves");
+  probe->dstGroupIs("leaves");
+  config->probeConfigAdopt(probe);
+  startRunning();
+  ASSERT_NE(status->group("leaves"), nullptr);
+  EXPECT_EQ(status->group("leaves")->members(), 1u);
+  EXPECT_NE(status->probeStatus("p"), nullptr);
+  config->enabledIs(false);
+  EXPECT_EQ(status->clients(), 0u);
+  EXPECT_EQ(status->groups(), 0u);
+  EXPECT_NE(status->probeStatus("p"), nullptr);
+  config->enabledIs(true);
+  EXPECT_EQ(status->group("leaves")->members(), 1u);
+}
+
+TEST_F(CentralSide, TheStatisticsGoOnWhileTheServiceIsOffIfNoStreamIsReceivedByAnyone) {
+  startRunning();
+  config->enabledIs(false);
+  runTo(100.5);
+  config->probeConfigIs("p");
+  status->probeStatus("p")->rxCountIs(7);
+  runTo(101);
+  EXPECT_EQ(status->probeStatus("p")->rxCount(), 0u);
+}
+
+TEST_F(CentralSide, ThePairIndexEmptiesWithTheServiceAndFillsWithIt) {
+  addStream();
+  startRunning();
+  EXPECT_EQ(status->pairStreamStatus()->sources(), 1u);
+  config->enabledIs(false);
+  EXPECT_EQ(status->pairStreamStatus()->sources(), 0u);
+  config->enabledIs(true);
+  EXPECT_EQ(status->pairStreamStatus()->sources(), 1u);
+}
+
+// The clients go with the intake, the streams stay with the root object, and the statistics stay too.
+TEST_F(CentralSideDeathTest, ADisableWhileStreamsLiveEndsTheProcessAtTheStatisticsNextSecond) {
+  addReport(1, "leaf1");
+  addReport(2, "leaf2");
+  startRunning();
+  ProbeStreamRecord& record = addStream();
+  record.probeNameIs("p:leaves", true);
+  auto* const switchRecord = record.ingressRecordIs(1)->switchIngressRecordIs(switchId(2));
+  switchRecord->ingressStatsIs()->probesReceivedIs(1);
+  runTo(101);
+  activity.dispatch([this] { config->enabledIs(false); });
+  runTo(101.9);
+  EXPECT_DEATH(runTo(102), "assertion failed: client != nullptr with 02:00:00:00:00:02");
+}
+
+TEST_F(CentralSide, ADisableWithItsStreamsWithdrawnBeforeIsSurvived) {
+  addReport(1, "leaf1");
+  addReport(2, "leaf2");
+  startRunning();
+  ProbeStreamRecord& record = addStream();
+  record.probeNameIs("p:leaves", true);
+  record.ingressRecordIs(1)->switchIngressRecordIs(switchId(2))->ingressStatsIs()->probesReceivedIs(1);
+  runTo(101);
+  record.probeNameDel("p:leaves");
+  config->enabledIs(false);
+  runTo(110);
+  config->enabledIs(true);
+  EXPECT_EQ(status->clients(), 2u);
 }
 
 TEST_F(CentralSide, EachChangeToANonZeroRequestClearsAndOneToZeroDoesNot) {
@@ -155,9 +334,12 @@ TEST_F(CentralSide, ASecondInitialisationDoesNothing) {
 TEST_F(CentralSide, EverythingGoesWithTheRootMachine) {
   startRunning();
   Rix::Ptr<ZebEventsAnalyzerSm> const eventsAnalyzer = rootSm->eventsAnalyzerSm();
+  Rix::Ptr<ZebStatsEngineSm> const statsEngine = rootSm->statsEngineSm();
   rootSm = nullptr;
-  EXPECT_FALSE(eventsAnalyzer->hasNotificationActive());
-  EXPECT_TRUE(eventsAnalyzer->isZombie());
+  for (auto const* machine : std::initializer_list<Rix::PtrInterface const*>{eventsAnalyzer.get(), statsEngine.get()}) {
+    EXPECT_FALSE(machine->hasNotificationActive());
+    EXPECT_TRUE(machine->isZombie());
+  }
 }
 
 TEST_F(CentralSide, TheEvaluationIsTracedWithBothInputs) {

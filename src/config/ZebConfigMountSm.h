@@ -102,9 +102,7 @@ class ZebConfigMountSm : public Rix::Reactor<ZebConfigMountSm> {
     f(clientConfigDir_);
     f(clientSm_);
   }
-  auto rixParameters() const {
-    return std::tuple(Rix::Ptr<Rix::Dir const>(clientConfigDir_.notifier()), status_);
-  }
+  auto rixParameters() const { return std::tuple(Rix::Ptr<Rix::Dir const>(clientConfigDir_.notifier()), status_); }
   static constexpr std::array rixParameterNames{"clientConfigDir", "status"};
 
   bool initialized() const { return initialized_; }

@@ -48,8 +48,7 @@ void RixStreamRecord::handleId() {
   ProbeStreamRecord const& record = *streamRecord_;
   Fabric::SystemId const sourceId = record.sourceId();
   Fabric::SystemId const destinationId = record.destinationId();
-  RIX_TRACE(traceHandle, 8,
-            "streamId=" << record.streamId() << " srcId=" << sourceId << " dstId=" << destinationId);
+  RIX_TRACE(traceHandle, 8, "streamId=" << record.streamId() << " srcId=" << sourceId << " dstId=" << destinationId);
   if (sourceId.isEmpty() || destinationId.isEmpty()) return;
   Rix::Ptr<PairSourceStatus> const source = owner_->pairStreamStatus_->sourceIs(sourceId);
   Rix::Ptr<PairDestinationStatus> const destination = source->destinationIs(destinationId);
