@@ -30,9 +30,7 @@ struct Draw {
     const auto bits = derivedSeed(seed ^ chance, ++drawn) >> 11;
     return from + (to - from) * static_cast<double>(bits) * 0x1p-53;
   }
-  std::size_t drawNumber(std::size_t below) {
-    return static_cast<std::size_t>(draw(0, static_cast<double>(below)));
-  }
+  std::size_t drawNumber(std::size_t below) { return static_cast<std::size_t>(draw(0, static_cast<double>(below))); }
   std::size_t drawNode(const std::string& kind, std::size_t count) {
     return fabric.nodeNamed(kind + std::to_string(1 + drawNumber(count)));
   }
@@ -272,8 +270,7 @@ LinkSide moveAndLose(Draw& run, double after) {
 }
 
 const Case losses[] = {
-    {"TenSecondsAfterAMove", threeSpines,
-     [](Draw& run) { run.expectNamed(run.pair(moveAndLose(run, 10))); }},
+    {"TenSecondsAfterAMove", threeSpines, [](Draw& run) { run.expectNamed(run.pair(moveAndLose(run, 10))); }},
     {"SoonAfterAMove", threeSpines,
      [](Draw& run) {
        const auto right = run.pair(moveAndLose(run, run.draw(0, 10)));
@@ -291,9 +288,9 @@ const Case losses[] = {
        run.fabric.centreRestart(run.draw(0.1, 3));
        run.fabric.runUntil(restart + 30);
        const auto named = run.fabric.namedPairs();
-       run.expect(named == std::vector{run.pair(side), run.pair(side)},
-                  "expected " + run.pair(side).first + ", " + run.pair(side).second + " twice, said " +
-                      run.fabric.logText());
+       run.expect(
+           named == std::vector{run.pair(side), run.pair(side)},
+           "expected " + run.pair(side).first + ", " + run.pair(side).second + " twice, said " + run.fabric.logText());
        run.expect(run.fabric.log().back().time > restart, "not named after the restart");
      }},
     {"ThatBeginWithinTheSecondBeforeTheCentreRestarts", threeSpines,

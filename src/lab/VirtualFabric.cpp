@@ -1,5 +1,6 @@
-// The scheduler, the course of a scenario, and the centre. Whatever runs may give others something to do, by a packet or
-// a frame: so after each step the frames are delivered, and the deadlines of all that they have reached are read anew.
+// The scheduler, the course of a scenario, and the centre. Whatever runs may give others something to do, by a packet
+// or a frame: so after each step the frames are delivered, and the deadlines of all that they have reached are read
+// anew.
 #include "lab/VirtualFabric.h"
 
 #include <algorithm>
@@ -104,9 +105,8 @@ VirtualFabric::VirtualFabric(Scenario scenario, const Options& options)
   Rix::assertionThrowsIs(true);
   Vesta::Platform::debugSinkIs([](std::string_view line) { RIX_TRACE(shelfTraceHandle, 8, line); });
   for (std::size_t node = 0; node < topology_.nodes(); ++node)
-    switches_.push_back(
-        std::make_unique<VirtualSwitch>(VirtualSwitch::Surroundings{time_, exchange_, network_, keys_}, node,
-                                        ethernetText(topology_.systemId(node))));
+    switches_.push_back(std::make_unique<VirtualSwitch>(VirtualSwitch::Surroundings{time_, exchange_, network_, keys_},
+                                                        node, ethernetText(topology_.systemId(node))));
   time_.nowIs(zero - options_.spread - 1);
   probes_.swap(configuration_.probes);
   at(0, [this] {
@@ -177,7 +177,8 @@ void VirtualFabric::writePlatform(std::size_t node, Atlas::EntityManager& store)
 
 void VirtualFabric::configureCentre() {
   if (!centre_) return;  // it finds its configuration when it starts
-  step(switches_.size(), [this] { centre_->activity().dispatch([this] { configure(configuration_, centre_->config()); }); });
+  step(switches_.size(),
+       [this] { centre_->activity().dispatch([this] { configure(configuration_, centre_->config()); }); });
 }
 
 void VirtualFabric::configureSwitch(std::size_t node) {
@@ -393,8 +394,7 @@ std::string VirtualFabric::stateText() {
 std::vector<VirtualFabric::Names> VirtualFabric::namedPairs() const {
   std::vector<Names> pairs;
   for (const Message& each : log_)
-    if (each.message.arguments.size() == 2)
-      pairs.emplace_back(each.message.arguments[0], each.message.arguments[1]);
+    if (each.message.arguments.size() == 2) pairs.emplace_back(each.message.arguments[0], each.message.arguments[1]);
   return pairs;
 }
 

@@ -25,9 +25,9 @@ class VirtualFabric {
  public:
   struct Options {
     std::uint64_t seed = 1;
-    double spread = 5;            // seconds over which the switches start before probing does
-    double routeSpread = 0.02;    // seconds from the first to the last switch that a new route reaches
-    bool sonar = true;            // false: no probing services, for runs that are about orders alone
+    double spread = 5;          // seconds over which the switches start before probing does
+    double routeSpread = 0.02;  // seconds from the first to the last switch that a new route reaches
+    bool sonar = true;          // false: no probing services, for runs that are about orders alone
   };
 
   // All is set up and probing starts: the time is 0. The scenario's faults and changes follow as time advances.

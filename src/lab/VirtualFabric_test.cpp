@@ -31,10 +31,9 @@ TEST(VirtualFabric, NamesARealLossByItsPairAlone) {
         const std::string spineEnd = "spine" + std::to_string(spine) + ":eth" + std::to_string(leaf);
         const std::string& from = up ? leafEnd : spineEnd;
         const std::string& to = up ? spineEnd : leafEnd;
-        const Scenario scenario =
-            virtualScenario("faults:\n  - {at: 20, kind: loss, from: \"" + from + "\", to: \"" + to +
-                                "\"}\nduration: 45\n",
-                            {.ports = 6});
+        const Scenario scenario = virtualScenario(
+            "faults:\n  - {at: 20, kind: loss, from: \"" + from + "\", to: \"" + to + "\"}\nduration: 45\n",
+            {.ports = 6});
         // With some seeds no stream takes this link, and a loss on it could not show.
         while (VirtualFabric(scenario, {.seed = ++seed}).flowsOver(scenario.faults[0].where) == 0) {
         }

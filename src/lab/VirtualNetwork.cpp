@@ -59,8 +59,7 @@ class VirtualNetwork::View : public Sonar::SwitchView {
     return Netkit::IpAddr(found ? found->address : 0);
   }
   Netkit::IntfId egressIntf(Netkit::IpAddr source, Netkit::IpAddr destination, U16 sourcePort) const override {
-    const auto side =
-        network_.nextHop(node_, {.source = source, .destination = destination, .sourcePort = sourcePort});
+    const auto side = network_.nextHop(node_, {.source = source, .destination = destination, .sourcePort = sourcePort});
     return side ? network_.sideNames_[2 * side->link + side->side] : Netkit::IntfId();
   }
   std::vector<Netkit::IpAddr> localAddresses() const override {

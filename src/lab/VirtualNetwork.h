@@ -1,6 +1,6 @@
-// The fabric's packets as arithmetic: where a packet ends, by which interface and when, from the links, the routes and a
-// seed. It also shows each switch what a kernel would show it. No packet is ever touched by a kernel, and nothing here
-// knows what a packet says beyond the addresses and ports of its flow.
+// The fabric's packets as arithmetic: where a packet ends, by which interface and when, from the links, the routes and
+// a seed. It also shows each switch what a kernel would show it. No packet is ever touched by a kernel, and nothing
+// here knows what a packet says beyond the addresses and ports of its flow.
 //
 // Whoever runs a fabric on virtual time owns it, changes the fabric's condition, and takes the packets that arrive.
 #pragma once
@@ -51,7 +51,7 @@ class VirtualNetwork {
   struct Arrival {
     double when = 0;
     std::size_t node = 0;
-    Netkit::IntfId interface{};
+    Netkit::IntfId interface {};
     std::array<std::uint8_t, Sonar::minIpHeaderSize + Sonar::udpHeaderSize + Sonar::probePayloadSize> bytes{};
   };
   // When the next packet ends, Rix::never if none is under way.

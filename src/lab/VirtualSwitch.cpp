@@ -168,8 +168,8 @@ class VirtualSwitch::Probing {
   ~Probing() { *self_ = nullptr; }
 
   // The records of an agent that has started, or of one that was there before the service.
-  void recordsAre(Rix::Activity& activity, const Rix::Ptr<Sonar::Config>& config,
-                  const Rix::Ptr<Sonar::Status>& status, U64 configuration) {
+  void recordsAre(Rix::Activity& activity, const Rix::Ptr<Sonar::Config>& config, const Rix::Ptr<Sonar::Status>& status,
+                  U64 configuration) {
     config_ = config;
     configuration_ = configuration;
     configLog_ = std::make_unique<Rix::AttributeLog>(config, 1, [this] { configChanged_ = true; });
