@@ -15,7 +15,9 @@ ZebPublisherClientSm::ZebPublisherClientSm(Rix::Ptr<ZebClient const> const& clie
   config_.notifierIs(config);
   status_.notifierIs(status);
   if (publisherTraces()) {
-    Rix::sweepKeys(waveConfigDir_->entryIterator(), [this](Rix::Name const& name) { handleClientEntry(name); });
+    auto const tell = [this](Rix::Name const& name) { handleClientEntry(name); };
+    Rix::sweepKeys(waveConfigDir->entryIterator(), tell);
+    Rix::sweepKeys(waveConfigDir->entityPtrIterator(), tell);
   }
   handleInitialized();
 }

@@ -324,5 +324,40 @@ TEST_F(Publisher, TellsTheSwitchOfThatNameAloneWhileItDoesNotTrace) {
   EXPECT_NE(client(1)->probeGroupList("p"), nullptr);
 }
 
+// ---- short walks and long ones ----
+
+// Notes in which order a switch's orders come.
+struct ComingSm : Rix::Reactor<ComingSm> {
+  struct RixOrders : Rix::Watch<RixOrders, ZebSonarConfigV1 const, ComingSm> {
+    using Watch::Watch;
+    void onTransmitter(Rix::Name const& name) override { owner().heard.emplace_back(name.view()); }
+  };
+  template <class F>
+  void rixParts(F&& f) {
+    f(orders_);
+  }
+  std::vector<std::string> heard;
+  RixOrders orders_{this};
+};
+
+TEST_F(Publisher, MakesTheOrdersOfAProbeInTheOrderOfTheWalkOverAllGroupsAndProbes) {
+  std::vector<char const*> const groups{"a", "b", "c", "d", "e", "f", "g", "h"};
+  auto const coming = [&groups](Centre const& centre) {
+    centre.switchIs(1, groups);
+    auto const listener = Rix::make<ComingSm>();
+    listener->orders_.notifierIs(centre.orders(1));
+    for (auto const* src : groups) {
+      for (auto const* dst : groups) centre.probeIs(std::string(src) + dst, src, dst);
+    }
+    return listener->heard;
+  };
+  auto const expected = [&] {
+    Traced traced;  // makes the walk
+    return coming(Centre());
+  }();
+  ASSERT_EQ(expected.size(), 8u * 8 + 8 * 7);
+  EXPECT_EQ(coming(*this), expected);
+}
+
 }  // namespace
 }  // namespace Zeb::ConfigTest

@@ -1,38 +1,38 @@
-// One loop: the agent's activity, the switches' links, and the order to stop.
+// The agent with its link to the switches, and what is told of it. A centre that is started again finds the operator's
+// configuration, the last reports of the switches and its journal where the one before has left them.
 #include "lab/CentreBody.h"
 
-#include <sys/epoll.h>
-
 #include <cstdio>
-#include <fstream>
 #include <optional>
 
 #include "central/CentralStore.h"
 #include "central/ZebAgent.h"
+#include "lab/BodyProcess.h"
 #include "lab/CentreReport.h"
+#include "lab/Operator.h"
 #include "lab/Seed.h"
-#include "lab/StandIn.h"
-#include "platform/EventLoop.h"
+#include "platform/FileReportStore.h"
 #include "platform/Files.h"
 #include "platform/LocalTransport.h"
 #include "platform/SystemLog.h"
-#include "platform/SystemTime.h"
 #include "runtime/FabricEnds.h"
 
 namespace Lab {
 namespace {
 
-class CentreProcess {
+class CentreProcess final : public BodyProcess {
  public:
   CentreProcess(const NodeContext& context, const CentreOptions& options)
-      : context_(context),
-        use_(activity_),
+      : BodyProcess(context),
+        journal_(context.topology, context.nodeDirectory + "/journal", context.generation, activity_.now()),
         store_(Rix::make<Atlas::EntityManager>("centre")),
         listener_(loop_, activity_, context.centreSocket),
-        end_(activity_, listener_, Rix::make<Atlas::EntityManager>("fabricdb"), 1),
+        reports_(context.nodeDirectory + "/reports"),
+        end_(activity_, listener_, Rix::make<Atlas::EntityManager>("fabricdb"),
+             static_cast<U64>(context.generation) + 1, &reports_),
         agent_(Zeb::agentFactory("Zeb")) {
     if (options.systemLog) systemLog_.emplace("zeb-lab");
-    writeKeys();
+    if (context.generation == 0) writeKeys();
     Zeb::fillCentralStore(*store_);
     agent_->serviceHostIs(&end_);
     activity_.logSinkIs([this](const Rix::LogMessage& message) { handleMessage(message); });
@@ -41,35 +41,33 @@ class CentreProcess {
           Rix::dynamicCast<FabricCluster::ClusterStatusDir>(store_->getEntity("fabric/cluster/statusDir"));
       clusters->status("default")->isStandaloneIs(true);
       clusters->status("default")->isStandaloneOrLeaderIs(true);
-      Rix::dynamicCast<Zeb::ZebConfig>(store_->getEntity("zeb/config"))->enabledIs(true);
     });
+    config_ = Rix::dynamicCast<Zeb::ZebConfig>(store_->getEntity("zeb/config"));
+    history_ = Rix::make<LossHistory>(
+        Rix::Ptr<Zeb::ZebStatus const>(Rix::dynamicCast<Zeb::ZebStatus>(store_->getEntity("zeb/status"))),
+        LossHistory::Noted{[this](std::size_t index) { journal_.note(index, history_->pairs()[index]); },
+                           [this](const auto& key, const auto& past) { journal_.note(key, past); }});
+    // Before probing starts nothing is configured: that is what starts it.
+    if (context.begun) writeConfiguration(context.changes);
     agent_->entityManagerIs(store_);
     activity_.runDueTimers();
-    RIX_ASSERT(agent_->rootSm() != nullptr);
-    activity_.dispatch([this] { writeClients(context_.topology, *agent_->status()); });
-    history_ = Rix::make<LossHistory>(Rix::Ptr<Zeb::ZebStatus const>(agent_->status()));
-  }
-
-  void run() {
-    loop_.stopOnSignals();
-    loop_.add(context_.control.descriptor(), EPOLLIN, [this](std::uint32_t) { handleOrder(); });
-    loop_.timersAre([this] { return activity_.nextDeadline(); }, [this] { activity_.runDueTimers(); });
-    loop_.turnEndIs([this] { activity_.runDueTimers(); });
-    context_.control.ready();
-    loop_.run();
   }
 
   void report() {
     nlohmann::json report;
-    activity_.dispatch([&] {
-      report = centreReport(context_.topology, *agent_->root(), *history_, messages_, context_.control.zero());
-    });
-    report["lateness"] = {{"timers", activity_.worstTimerLateness()}};
+    activity_.dispatch(
+        [&] { report = centreReport(context_.topology, *agent_->root(), journal_, context_.control.zero()); });
     report["malformedFrames"] = end_.malformedFrames();
-    std::ofstream(context_.reportFile) << report;
+    write(std::move(report));
   }
 
  private:
+  void changesAre(std::size_t changes, const Change* /*latest*/) override { writeConfiguration(changes); }
+
+  void writeConfiguration(std::size_t changes) {
+    activity_.dispatch([&] { configure(configurationAfter(context_.topology, changes), *config_); });
+  }
+
   // The fabric's one key, made from the run's seed before any switch starts.
   void writeKeys() const {
     char line[64];
@@ -79,14 +77,8 @@ class CentreProcess {
     Platform::writeFileAtomically(context_.runDirectory + "/probe-keys", line, true);
   }
 
-  void handleOrder() {
-    while (const auto order = context_.control.next()) {
-      if (*order == Control::Order::stop) return loop_.stop();
-    }
-  }
-
   void handleMessage(const Rix::LogMessage& message) {
-    messages_.push_back(message);
+    journal_.note(message);
     if (message.arguments.size() == 2) history_->loggedIs(message.arguments[0], message.arguments[1], message.time);
     if (systemLog_) systemLog_->write(Platform::systemLogMessage(message));
     std::printf("%s\n", message.text.c_str());
@@ -94,17 +86,14 @@ class CentreProcess {
     std::fflush(stdout);
   }
 
-  const NodeContext& context_;
-  Platform::SystemTime time_;
-  Rix::Activity activity_{time_};
-  Rix::Activity::Use use_;
-  Platform::EventLoop loop_;
+  const CentreJournal journal_;
   Rix::Ptr<Atlas::EntityManager> store_;
+  Rix::Ptr<Zeb::ZebConfig> config_;
   Platform::LocalListener listener_;
+  Platform::FileReportStore reports_;
   Fabric::CentralEnd end_;
   Rix::Ptr<Zeb::Agent> agent_;
   Rix::Ptr<LossHistory> history_;
-  std::vector<Rix::LogMessage> messages_;
   std::optional<Platform::SystemLog> systemLog_;
 };
 

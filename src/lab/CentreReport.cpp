@@ -2,39 +2,17 @@
 #include "lab/CentreReport.h"
 
 #include <map>
+#include <set>
 
-#include "model/SystemId.h"
-#include "runtime/Trace.h"
+#include "runtime/Json.h"
 
 namespace Lab {
 namespace {
 
 using nlohmann::json;
 
-// Names of switches for readers of the report.
-class Names {
- public:
-  explicit Names(const Topology& topology) {
-    for (std::size_t node = 0; node < topology.nodes(); ++node) {
-      names_[ethernetText(topology.systemId(node))] = topology.scenario().nodes[node].name;
-    }
-  }
-  std::string operator()(const Fabric::SystemId& id) const {
-    if (id.isEmpty()) return "";
-    const auto found = names_.find(id.stringValue());
-    return found == names_.end() ? id.stringValue() : found->second;
-  }
-
- private:
-  std::map<std::string, std::string> names_;
-};
-
-json streamReport(const Zeb::ProbeStreamId& id) {
-  return {{"source", id.srcIp().stringValue()}, {"destination", id.dstIp().stringValue()}, {"port", id.streamPort()}};
-}
-
 // The devices by hop as the probes were last seen: the source, then who last answered at each TTL; "" for a hole.
-json hopsReport(const Names& names, const Zeb::ProbeStreamRecord& stream) {
+json hopsReport(const NodeNames& names, const Zeb::ProbeStreamRecord& stream) {
   json hops = json::array({names(stream.sourceId())});
   U8 last = 0;
   for (const auto& record : stream.ingressRecordIterator()) last = std::max(last, record->ttl());
@@ -46,23 +24,11 @@ json hopsReport(const Names& names, const Zeb::ProbeStreamRecord& stream) {
   return hops;
 }
 
-json pairReport(const Names& names, const Zeb::DevicePair& pair) {
+json pairReport(const NodeNames& names, const Zeb::DevicePair& pair) {
   return json::array({names(pair.dev1SysId()), names(pair.dev2SysId())});
 }
 
-json logReport(const std::vector<Rix::LogMessage>& messages, double zero) {
-  json log = json::array();
-  for (const Rix::LogMessage& message : messages) {
-    log.push_back({{"time", message.time - zero},
-                   {"name", message.handle->name()},
-                   {"severity", static_cast<int>(message.handle->severity())},
-                   {"text", message.text},
-                   {"devices", message.arguments}});
-  }
-  return log;
-}
-
-json clientsReport(const Names& names, const Zeb::ZebStatus& status) {
+json clientsReport(const NodeNames& names, const Zeb::ZebStatus& status) {
   json clients = json::object();
   for (const auto& client : status.clientIterator()) {
     json groups = json::object();
@@ -77,6 +43,49 @@ json clientsReport(const Names& names, const Zeb::ZebStatus& status) {
                                           {"groups", groups}};
   }
   return clients;
+}
+
+// What probes name, and who is in it.
+json groupsReport(const NodeNames& names, const Zeb::ZebStatus& status) {
+  json groups = json::object();
+  for (const auto& group : status.groupIterator()) {
+    std::set<std::string> members;
+    for (const auto& member : group->memberIterator()) members.insert(names(member->systemId()));
+    std::set<std::string> probes;
+    for (const auto& probe : group->probeIterator()) probes.emplace(probe->name().view());
+    groups[std::string(group->name().view())] = {{"members", members}, {"probes", probes}};
+  }
+  return groups;
+}
+
+json probeStatusReport(const Zeb::ZebStatus& status) {
+  json probes = json::object();
+  for (const auto& probe : status.probeStatusIterator())
+    probes[std::string(probe->name().view())] = json::parse(Rix::jsonText(*probe));
+  return probes;
+}
+
+json pairStreamsReport(const NodeNames& names, const Zeb::ZebStatus& status) {
+  json sources = json::object();
+  for (const auto& source : status.pairStreamStatus()->sourceIterator()) {
+    json& destinations = sources[names(source->sourceId())] = json::object();
+    for (const auto& destination : source->destinationIterator()) {
+      std::set<json> streams;
+      for (const auto& stream : destination->streamIterator()) streams.insert(streamReport(stream.key));
+      destinations[names(destination->destinationId())] = streams;
+    }
+  }
+  return sources;
+}
+
+json standingLossReport(const Zeb::ZebStatus& status) {
+  json records = json::array();
+  for (const auto& record : status.lossStatus()->lossRecordIterator()) {
+    std::set<unsigned> ttls;
+    for (const auto& ttl : record->streamTtlLossRecordIterator()) ttls.insert(ttl->ttl());
+    records.push_back({{"stream", streamReport(record->streamId())}, {"ttls", ttls}});
+  }
+  return records;
 }
 
 // Streams that some switch sends; the table also holds the reserved ones by which a switch asks to be heard at once.
@@ -102,37 +111,30 @@ json pathsReport(const Zeb::ZebStatus& status) {
 
 }  // namespace
 
-json centreReport(const Topology& topology, const Zeb::Root& root, const LossHistory& history,
-                  const std::vector<Rix::LogMessage>& messages, double zero) {
-  const Names names(topology);
+json centreReport(const Topology& topology, const Zeb::Root& root, const CentreJournal& journal, double zero) {
+  const NodeNames names(topology);
   const Zeb::ZebStatus& status = *root.zebStatus();
   const auto& streams = *root.zebStreamTable();
-  json report = {{"log", logReport(messages, zero)}, {"clients", clientsReport(names, status)},
-                 {"groups", json::object()},         {"orders", json::object()},
-                 {"probeStatus", json::object()},    {"pairStreams", json::object()},
-                 {"streams", sentStreams(streams)},  {"paths", pathsReport(status)}};
+  json report = journal.report(zero);
+  report.update({{"clients", clientsReport(names, status)},
+                 {"groups", groupsReport(names, status)},
+                 {"probeStatus", probeStatusReport(status)},
+                 {"pairStreams", pairStreamsReport(names, status)},
+                 {"standingLossRecords", standingLossReport(status)},
+                 {"streams", sentStreams(streams)},
+                 {"paths", pathsReport(status)}});
   json& pairs = report["pairs"] = json::array();
   for (const auto& pair : status.lossStatus()->devicePairLossRecordIterator()) {
     json carried = json::array();
     for (const auto& record : pair->streamLossRecordIterator()) carried.push_back(streamReport(record->streamId()));
     pairs.push_back({{"devices", pairReport(names, pair->devicePair())}, {"streams", carried}});
   }
-  json& lives = report["pairHistory"] = json::array();
-  const auto time = [zero](const std::optional<double>& moment) { return moment ? json(*moment - zero) : json(); };
-  for (const LossHistory::PairLife& life : history.pairs()) {
-    lives.push_back({{"devices", pairReport(names, life.pair)},
-                     {"made", life.made - zero},
-                     {"logged", time(life.logged)},
-                     {"gone", time(life.gone)}});
-  }
-  json& losses = report["lossRecords"] = json::array();
-  for (const auto& [key, past] : history.ttls()) {
-    const auto* stream = streams.streamRecord(key.first);
-    losses.push_back({{"stream", streamReport(key.first)},
-                      {"ttl", key.second},
-                      {"lossy", past.lossy},
-                      {"dormant", past.dormant},
-                      {"hops", stream ? hopsReport(names, *stream) : json::array()}});
+  std::map<json, json> hops;
+  for (const auto& stream : streams.streamRecordIterator())
+    hops[streamReport(stream->streamId())] = hopsReport(names, *stream);
+  for (json& loss : report["lossRecords"]) {
+    const auto found = hops.find(loss["stream"]);
+    loss["hops"] = found == hops.end() ? json::array() : found->second;
   }
   return report;
 }

@@ -1,6 +1,7 @@
 // Batches: one `ip` for all links, one per node for what is inside it. Interfaces get numbers of their own, because
 // of a pair of veths with equal numbers the kernel announces the loss of a carrier up to a second late. Neighbours
-// are permanent, or a loss of one direction would by ARP soon become one of both.
+// are permanent, or a loss of one direction would by ARP soon become one of both; and next hops are named by the links'
+// first addresses, whatever addresses the interfaces have now.
 #include "lab/KernelFabric.h"
 
 #include <fcntl.h>
@@ -44,6 +45,18 @@ void allowOpenFiles() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// Per node: the loopback, and what is in a group at any time.
+std::vector<std::set<std::string>> announcedInterfaces(const Scenario& scenario) {
+  std::vector<std::set<std::string>> result(scenario.nodes.size(), {"lo"});
+  for (std::size_t node = 0; node < result.size(); ++node)
+    for (const auto& [group, interfaces] : scenario.nodes[node].groups)
+      result[node].insert(interfaces.begin(), interfaces.end());
+  for (const Change& change : scenario.changes)
+    if (change.kind == ChangeKind::group && change.interfaces)
+      result[*change.node].insert(change.interfaces->begin(), change.interfaces->end());
+  return result;
+}
+
 std::string fileOf(int fd) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
@@ -55,7 +68,9 @@ KernelFabric::KernelFabric(const Topology& topology, std::uint16_t probePort, st
       probePort_(probePort),
       home_(Namespace::current()),
       condition_(conditionOf(topology.scenario(), std::vector<bool>(topology.scenario().faults.size()))),
-      routes_(topology.nodes(), std::vector<NextHops>(topology.nodes())),
+      switches_(initialConfiguration(topology).switches),
+      announced_(announcedInterfaces(topology.scenario())),
+      written_(topology.nodes()),
       disturbed_(topology.nodes()) {
   allowOpenFiles();
   for (std::size_t node = 0; node < topology_.nodes(); ++node) makeNode(node, seed);
@@ -177,28 +192,94 @@ std::string KernelFabric::dropsOf(std::size_t node, const Condition& condition) 
   return text;
 }
 
-std::string KernelFabric::routeTo(std::size_t node, std::size_t destination, const NextHops& hops) const {
-  const std::string address = addressText(topology_.loopback(destination)) + "/32";
+std::string KernelFabric::routeTo(std::size_t node, std::uint32_t address, const NextHops& hops) const {
+  const std::string destination = addressText(address) + "/32";
   // To remove a route that may be gone already is no error by this command only.
-  if (hops.empty()) return "route flush exact " + address + "\n";
-  std::string text = "route replace " + address + " proto static src " + addressText(topology_.loopback(node));
+  if (hops.empty()) return "route flush exact " + destination + "\n";
+  std::string text = "route replace " + destination + " proto static";
+  const auto& own = switches_[node].addresses;
+  if (const auto loopback = own.find("lo"); loopback != own.end()) text += " src " + addressText(loopback->second);
   for (const LinkSide side : hops)
     text += " nexthop via " + addressText(topology_.address(side.peer())) + " dev " +
-            topology_.scenario().end(side).interface;
+            topology_.scenario().end(side).interface + " onlink";
   return text + "\n";
 }
 
-void KernelFabric::route(const std::vector<bool>& linksUp) {
-  Routes routes = shortestRoutes(topology_, linksUp);
+std::map<std::uint32_t, NextHops> KernelFabric::wantedRoutes(std::size_t node) const {
+  std::map<std::uint32_t, NextHops> wanted;
+  const auto add = [&](std::size_t destination, std::uint32_t address) {
+    if (destination != node && !routes_[node][destination].empty()) wanted[address] = routes_[node][destination];
+  };
+  for (const auto& [destination, address] : leaving_) add(destination, address);
+  for (std::size_t destination = 0; destination < topology_.nodes(); ++destination)
+    for (const auto& [interface, address] : switches_[destination].addresses)
+      if (announced_[destination].count(interface) != 0) add(destination, address);
+  return wanted;
+}
+
+void KernelFabric::writeRoutes() {
   for (std::size_t node = 0; node < topology_.nodes(); ++node) {
+    std::map<std::uint32_t, NextHops> wanted = wantedRoutes(node);
     std::string batch;
-    for (std::size_t destination = 0; destination < topology_.nodes(); ++destination)
-      if (disturbed_[node] || routes[node][destination] != routes_[node][destination])
-        if (destination != node) batch += routeTo(node, destination, routes[node][destination]);
+    for (const auto& [address, hops] : written_[node])
+      if (wanted.count(address) == 0) batch += routeTo(node, address, {});
+    for (const auto& [address, hops] : wanted) {
+      const auto before = written_[node].find(address);
+      if (disturbed_[node] || before == written_[node].end() || before->second != hops)
+        batch += routeTo(node, address, hops);
+    }
     if (!batch.empty()) runIn(node, {"ip", "-batch", "-"}, batch);
+    written_[node] = std::move(wanted);
     disturbed_[node] = false;
   }
-  routes_ = std::move(routes);
+}
+
+void KernelFabric::route(const std::vector<bool>& linksUp) {
+  routes_ = shortestRoutes(topology_, linksUp);
+  leaving_.clear();
+  writeRoutes();
+}
+
+// With its length: a link's first address covers both ends.
+std::string KernelFabric::prefixed(std::size_t node, const std::string& interface, std::uint32_t address) const {
+  const bool ofLink = interface != "lo" && address == topology_.address(node, interface);
+  return addressText(address) + (ofLink ? "/31" : "/32");
+}
+
+void KernelFabric::addressIs(std::size_t node, const std::string& interface, std::optional<std::uint32_t> address) {
+  auto& addresses = switches_[node].addresses;
+  const auto standing = addresses.find(interface);
+  const std::optional<std::uint32_t> before =
+      standing == addresses.end() ? std::nullopt : std::optional(standing->second);
+  if (address) {
+    runIn(node, {"ip", "address", "add", prefixed(node, interface, *address), "dev", interface}, {});
+    addresses[interface] = *address;
+  } else {
+    addresses.erase(interface);
+  }
+  if (before && announced_[node].count(interface) != 0) leaving_.emplace_back(node, *before);
+  // Routes that name the loopback's address as their source go with it.
+  if (interface == "lo") disturbed_[node] = true;
+  writeRoutes();
+  if (before) removeAddress(node, interface, *before);
+}
+
+void KernelFabric::removeAddress(std::size_t node, const std::string& interface, std::uint32_t address) {
+  runIn(node, {"ip", "address", "del", prefixed(node, interface, address), "dev", interface}, {});
+  const std::optional<LinkSide> side = sideNamed(node, interface);
+  if (!side || switches_[node].addresses.count(interface) != 0) return;
+  // With its last address the kernel forgets an interface's routes and neighbours.
+  if (!condition_.down[side->link][side->side]) runIn(node, {"ip", "-batch", "-"}, neighbour(*side));
+  disturbed_[node] = true;
+  writeRoutes();
+}
+
+void KernelFabric::hostNameIs(std::size_t node, const std::string& name) const {
+  enter(node);
+  const bool done = ::sethostname(name.c_str(), name.size()) == 0;
+  const int error = errno;
+  leave();
+  if (!done) throw LabError("sethostname: " + std::string(std::strerror(error)));
 }
 
 std::string KernelFabric::runIn(std::size_t node, std::vector<std::string> words, std::string input) const {

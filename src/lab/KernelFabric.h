@@ -5,11 +5,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lab/Condition.h"
+#include "lab/Configuration.h"
 #include "lab/Flows.h"
 #include "lab/Namespace.h"
 #include "lab/Routing.h"
@@ -28,8 +32,15 @@ class KernelFabric {
   // Makes links and drops what `condition` says. Routes stay as they are. Throws LabError.
   void apply(const Condition& condition);
 
-  // Puts the shortest routes over these links in force. Throws LabError.
+  // Puts the shortest routes over these links in force, to the addresses that there are. Throws LabError.
   void route(const std::vector<bool>& linksUp);
+
+  // Gives an interface another address in place of the one that it has, or none: the new one is there and reachable
+  // before the old one goes, and packets to the old one are routed on until the next route(). Throws LabError.
+  void addressIs(std::size_t node, const std::string& interface, std::optional<std::uint32_t> address);
+
+  // The host name of a node's namespace. Throws LabError.
+  void hostNameIs(std::size_t node, const std::string& name) const;
 
   // Moves this process into a node. A process that is forked for a node stays there; any other returns by leave().
   void enter(std::size_t node) const { namespaces_[node].enter(); }
@@ -47,7 +58,11 @@ class KernelFabric {
   void applyDrops(const Condition& condition);
   std::string dropsOf(std::size_t node, const Condition& condition) const;
   std::string neighbour(LinkSide side) const;
-  std::string routeTo(std::size_t node, std::size_t destination, const NextHops& hops) const;
+  std::string prefixed(std::size_t node, const std::string& interface, std::uint32_t address) const;
+  void removeAddress(std::size_t node, const std::string& interface, std::uint32_t address);
+  void writeRoutes();
+  std::map<std::uint32_t, NextHops> wantedRoutes(std::size_t node) const;
+  std::string routeTo(std::size_t node, std::uint32_t address, const NextHops& hops) const;
   std::optional<LinkSide> sideNamed(std::size_t node, const std::string& interface) const;
   std::vector<std::optional<LinkSide>> nextSides(std::size_t node, const std::string& questions,
                                                  std::size_t count) const;
@@ -58,7 +73,11 @@ class KernelFabric {
   Namespace home_;
   std::vector<Namespace> namespaces_;
   Condition condition_;
+  std::vector<Configuration::Switch> switches_;                 // addresses as they are
+  std::vector<std::set<std::string>> announced_;                // per node: the interfaces that others must reach
+  std::vector<std::pair<std::size_t, std::uint32_t>> leaving_;  // by node: gone, and routed to until the next route()
   Routes routes_;
+  std::vector<std::map<std::uint32_t, NextHops>> written_;  // per node: by destination address
   std::vector<bool> disturbed_;  // nodes whose routes the kernel has changed by itself since they were written
 };
 

@@ -2,25 +2,31 @@
 #include "lab/LossHistory.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "runtime/Activity.h"
 
 namespace Lab {
 
 void LossHistory::TtlSm::handleFlags() {
-  past_->lossy = past_->lossy || record_->lossy();
-  past_->dormant = past_->dormant || record_->dormant();
+  TtlPast& past = history_->ttls_[key_];
+  const TtlPast before = past;
+  past.lossy = past.lossy || record_->lossy();
+  past.dormant = past.dormant || record_->dormant();
+  const bool risen = past.lossy != before.lossy || past.dormant != before.dormant;
+  if (risen && history_->noted_.ttl) history_->noted_.ttl(key_, past);
 }
 
 void LossHistory::StreamSm::handleTtl(U8 ttl) {
   if (const auto* record = record_->streamTtlLossRecord(ttl)) {
-    ttls_.is(ttl, &history_->ttls_[{record_->streamId(), ttl}], Rix::Ptr<Zeb::StreamTtlLossRecord const>(record));
+    ttls_.is(ttl, history_, TtlKey{record_->streamId(), ttl}, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record));
   } else {
     ttls_.del(ttl);
   }
 }
 
-LossHistory::LossHistory(const Rix::Ptr<Zeb::ZebStatus const>& status) : status_(status) {
+LossHistory::LossHistory(const Rix::Ptr<Zeb::ZebStatus const>& status, Noted noted)
+    : status_(status), noted_(std::move(noted)) {
   lossStatus_.notifierIs(Rix::Ptr<Zeb::ProbeLossStatus const>(status->lossStatus()));
 }
 
@@ -34,10 +40,17 @@ void LossHistory::handlePair(const Zeb::DevicePair& pair) {
   const auto standing = std::find_if(pairs_.rbegin(), pairs_.rend(),
                                      [&](const PairLife& life) { return life.pair == pair && !life.gone; });
   if (lossStatus_->devicePairLossRecord(pair)) {
-    if (standing == pairs_.rend()) pairs_.push_back({pair, Rix::now(), {}, {}});
+    if (standing != pairs_.rend()) return;
+    pairs_.push_back({pair, Rix::now(), {}, {}});
+    notePair(pairs_.back());
   } else if (standing != pairs_.rend()) {
     standing->gone = Rix::now();
+    notePair(*standing);
   }
+}
+
+void LossHistory::notePair(const PairLife& life) const {
+  if (noted_.pair) noted_.pair(static_cast<std::size_t>(&life - pairs_.data()));
 }
 
 void LossHistory::loggedIs(const std::string& first, const std::string& second, double time) {
@@ -46,7 +59,7 @@ void LossHistory::loggedIs(const std::string& first, const std::string& second, 
     const auto* dev2 = status_->client(life->pair.dev2SysId());
     if (dev1 && dev2 && dev1->hostname() == first && dev2->hostname() == second && !life->logged) {
       life->logged = time;
-      return;
+      return notePair(*life);
     }
   }
 }

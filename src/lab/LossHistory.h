@@ -4,6 +4,7 @@
 // Times are those of Rix::now().
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -16,8 +17,6 @@ namespace Lab {
 
 class LossHistory : public Rix::Reactor<LossHistory> {
  public:
-  explicit LossHistory(const Rix::Ptr<Zeb::ZebStatus const>& status);
-
   struct PairLife {
     Zeb::DevicePair pair;
     double made;
@@ -30,7 +29,17 @@ class LossHistory : public Rix::Reactor<LossHistory> {
     bool lossy = false;
     bool dormant = false;
   };
-  const std::map<std::pair<Zeb::ProbeStreamId, U8>, TtlPast>& ttls() const { return ttls_; }
+  using TtlKey = std::pair<Zeb::ProbeStreamId, U8>;
+  const std::map<TtlKey, TtlPast>& ttls() const { return ttls_; }
+
+  // Told of each pair that has moved on, by its place in pairs(), and of each TTL whose flags have risen: for whoever
+  // keeps it longer than this process lives. Either may be empty.
+  struct Noted {
+    std::function<void(std::size_t)> pair;
+    std::function<void(const TtlKey&, const TtlPast&)> ttl;
+  };
+
+  explicit LossHistory(const Rix::Ptr<Zeb::ZebStatus const>& status, Noted noted = {});
 
   // A message has named this pair of host names.
   void loggedIs(const std::string& first, const std::string& second, double time);
@@ -45,7 +54,8 @@ class LossHistory : public Rix::Reactor<LossHistory> {
   // One TTL's flags, noted as they rise.
   class TtlSm : public Rix::Reactor<TtlSm> {
    public:
-    TtlSm(TtlPast* past, const Rix::Ptr<Zeb::StreamTtlLossRecord const>& record) : past_(past) {
+    TtlSm(LossHistory* history, const TtlKey& key, const Rix::Ptr<Zeb::StreamTtlLossRecord const>& record)
+        : history_(history), key_(key) {
       record_.notifierIs(record);
       handleFlags();
     }
@@ -55,9 +65,9 @@ class LossHistory : public Rix::Reactor<LossHistory> {
       part(record_);
     }
     auto rixParameters() const {
-      return std::tuple(past_, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record_.notifier()));
+      return std::tuple(history_, key_, Rix::Ptr<Zeb::StreamTtlLossRecord const>(record_.notifier()));
     }
-    static constexpr std::array rixParameterNames{"past", "record"};
+    static constexpr std::array rixParameterNames{"history", "key", "record"};
 
    private:
     struct RixRecord : Rix::Watch<RixRecord, Zeb::StreamTtlLossRecord const, TtlSm> {
@@ -65,7 +75,8 @@ class LossHistory : public Rix::Reactor<LossHistory> {
       void onLossy() override { pass(&TtlSm::handleFlags); }
       void onDormant() override { pass(&TtlSm::handleFlags); }
     };
-    TtlPast* const past_;
+    LossHistory* const history_;
+    const TtlKey key_;
     RixRecord record_{this};
   };
 
@@ -104,10 +115,12 @@ class LossHistory : public Rix::Reactor<LossHistory> {
 
   void handleLossRecord(const Zeb::ProbeStreamId& id);
   void handlePair(const Zeb::DevicePair& pair);
+  void notePair(const PairLife& life) const;
 
   const Rix::Ptr<Zeb::ZebStatus const> status_;
+  const Noted noted_;
   std::vector<PairLife> pairs_;
-  std::map<std::pair<Zeb::ProbeStreamId, U8>, TtlPast> ttls_;
+  std::map<TtlKey, TtlPast> ttls_;
   RixLossStatus lossStatus_{this};
   Rix::OwnedMap<Zeb::ProbeStreamId, StreamSm> streams_;
 };

@@ -1,4 +1,4 @@
-// See the header. Orders are datagrams of one letter; that of the start carries the moment too.
+// See the header. Orders are datagrams between a process and the one that forked it.
 #include "lab/NodeProcess.h"
 
 #include <poll.h>
@@ -21,15 +21,31 @@ std::string_view roleName(Role role) {
   return "sonar";
 }
 
+struct Control::Message {
+  Order order;
+  double zero;
+  std::size_t changes;
+};
+
+void Control::send(int socket, Order order, double zero, std::size_t changes) {
+  Message message;
+  std::memset(&message, 0, sizeof message);
+  message.order = order;
+  message.zero = zero;
+  message.changes = changes;
+  [[maybe_unused]] const ssize_t sent = ::send(socket, &message, sizeof message, MSG_NOSIGNAL);
+}
+
 std::optional<Control::Order> Control::receive(int flags) {
-  char letter[1 + sizeof(double)] = {};
+  Message message;
   ssize_t got = 0;
-  do got = ::recv(socket_.fd(), letter, sizeof letter, flags);
+  do got = ::recv(socket_.fd(), &message, sizeof message, flags);
   while (got < 0 && errno == EINTR);
   if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return std::nullopt;
-  if (got != sizeof letter || letter[0] != 's') return Order::stop;
-  std::memcpy(&zero_, letter + 1, sizeof zero_);
-  return Order::start;
+  if (got != sizeof message || message.order == Order::stop) return Order::stop;
+  zero_ = message.zero;
+  changes_ = message.changes;
+  return message.order;
 }
 
 std::optional<Control::Order> Control::next() {

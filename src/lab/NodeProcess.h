@@ -19,12 +19,13 @@ enum class Role { centre, agent, sonar };
 std::string_view roleName(Role role);
 
 // A process's line to the supervisor. The process says once that it is set up, then waits for the start; from then on
-// it runs until it is asked to stop, writes its report and returns.
+// it follows the scenario's changes and runs until it is asked to stop, writes its report and returns.
 class Control {
  public:
   enum class Order {
-    start,  // all are set up: probing starts now; `zero()` holds from now on
-    stop,   // write the report and end
+    start,   // all are set up: probing starts now; `zero()` holds from now on
+    change,  // one more of the scenario's changes concerns this process
+    stop,    // write the report and end
   };
 
   explicit Control(Platform::Descriptor socket) : socket_(std::move(socket)) {}
@@ -42,12 +43,19 @@ class Control {
 
   // The moment at which probing started, in seconds of CLOCK_MONOTONIC: 0 of the scenario's times. Valid after start.
   double zero() const { return zero_; }
+  // How many of the scenario's changes hold, as of the latest start or change; after a change it is the last of them.
+  std::size_t changes() const { return changes_; }
+
+  // The supervisor's side: sends an order to the process at the other end of `socket`. One that is gone hears nothing.
+  static void send(int socket, Order order, double zero, std::size_t changes);
 
  private:
+  struct Message;
   std::optional<Order> receive(int flags);
 
   Platform::Descriptor socket_;
   double zero_ = 0;
+  std::size_t changes_ = 0;
 };
 
 struct NodeContext {
@@ -64,8 +72,10 @@ struct NodeContext {
   std::string centreSocket;         // path at which the centre listens for the switches' agents
   // Where this process writes its part of the run's report, if it has one: a JSON object, complete before it returns.
   std::string reportFile;
-  std::uint64_t seed;  // of this process, from the run's seed
-  int generation;      // how often this process was started before
+  std::uint64_t seed;   // of this process, from the run's seed
+  int generation;       // how often this process was started before
+  bool begun;           // probing has started before this process
+  std::size_t changes;  // how many of the scenario's changes hold at this process's start
 };
 
 // Runs in a process of its own, inside the node's namespaces, as an ordinary child: single-threaded at the start,

@@ -28,6 +28,64 @@ nlohmann::json faultReport(const Scenario& scenario, const Fault& fault, const F
   return entry;
 }
 
+nlohmann::json changeReport(const Scenario& scenario, const Change& change, double done) {
+  nlohmann::json entry = {{"kind", changeKindName(change.kind)}, {"at", change.at}};
+  if (change.node) entry["node"] = scenario.nodes[*change.node].name;
+  switch (change.kind) {
+    case ChangeKind::probe:
+      entry["name"] = change.name;
+      if (change.probe)
+        entry["probe"] = {{"srcGroup", change.probe->srcGroup}, {"dstGroup", change.probe->dstGroup},
+                          {"rate", change.probe->rate},         {"distance", change.probe->distance},
+                          {"ports", change.probe->ports},       {"enabled", change.probe->enabled}};
+      break;
+    case ChangeKind::group:
+      entry["name"] = change.name;
+      if (change.interfaces) entry["interfaces"] = *change.interfaces;
+      break;
+    case ChangeKind::address:
+      entry["interface"] = change.interface;
+      entry["to"] = change.address ? addressText(*change.address) : "none";
+      break;
+    case ChangeKind::hostname:
+      entry["to"] = change.name;
+      break;
+    case ChangeKind::service:
+      entry["enabled"] = change.enabled;
+      break;
+    case ChangeKind::clear:
+      break;
+    case ChangeKind::restart:
+      entry["what"] = restartedName(change.restarted);
+      entry["down"] = change.down;
+      break;
+  }
+  if (done >= 0) entry["done"] = done;
+  return entry;
+}
+
+std::string changeText(const Scenario& scenario, const Change& change) {
+  const std::string of = change.node ? " of " + scenario.nodes[*change.node].name : "";
+  switch (change.kind) {
+    case ChangeKind::probe:
+      return "probe " + change.name + (change.probe ? " is configured anew" : " is removed");
+    case ChangeKind::group:
+      return "group " + change.name + of + (change.interfaces ? " is configured anew" : " is removed");
+    case ChangeKind::address:
+      return change.interface + of +
+             (change.address ? " has the address " + addressText(*change.address) : " loses its address");
+    case ChangeKind::hostname:
+      return "the host name" + of + " is " + change.name;
+    case ChangeKind::service:
+      return "the service" + of + (change.enabled ? " is enabled" : " is disabled");
+    case ChangeKind::clear:
+      return "the loss records are cleared";
+    case ChangeKind::restart:
+      break;
+  }
+  return "restart of the " + std::string(restartedName(change.restarted)) + of;
+}
+
 nlohmann::json coverageReport(const Scenario& scenario, const Coverage& coverage) {
   nlohmann::json list = nlohmann::json::array();
   for (const auto& [pair, count] : coverage)

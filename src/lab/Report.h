@@ -2,6 +2,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <string>
 #include <vector>
 
 #include "lab/Flows.h"
@@ -16,6 +17,12 @@ struct FaultTimes {
 
 // The entry of `faults` for one fault: as in the scenario, and with `began` and `ended`.
 nlohmann::json faultReport(const Scenario& scenario, const Fault& fault, const FaultTimes& times);
+
+// The entry of `changes` for one change: as in the scenario, and with `done`, when it was carried out, in seconds since
+// probing started; negative: it was not.
+nlohmann::json changeReport(const Scenario& scenario, const Change& change, double done);
+// The same in words, for the terminal.
+std::string changeText(const Scenario& scenario, const Change& change);
 
 // [["leaf1", "spine1", 12], ...]
 nlohmann::json coverageReport(const Scenario& scenario, const Coverage& coverage);

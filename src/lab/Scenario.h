@@ -81,6 +81,7 @@ struct Change {
   bool enabled = true;                                 // of service
   Restarted restarted = Restarted::agent;              // of restart
   double down = 0;                                     // of restart: seconds until it is there again
+  bool planned = false;                                // of restart of sonar: it is asked to stop, and ends its streams
 };
 
 struct Scenario {

@@ -214,7 +214,7 @@ class ChangeReader {
   }
 
   void readRestart(const YamlNode& item, Change& change) {
-    values_.checkKeys(item, what_, {"at", "kind", "what", "node", "down"});
+    values_.checkKeys(item, what_, {"at", "kind", "what", "node", "down", "planned"});
     const YamlNode& what = values_.need(item, what_, "what");
     const auto* const known = findName(restartedKinds, what.text);
     if (!known) values_.fail(what, "what " + inQuotes(what.text) + "; expected agent, sonar or centre");
@@ -232,6 +232,12 @@ class ChangeReader {
     else if (change.down > most)
       values_.fail(item, what_ + " at " + plain(change.at) + " s lasts " + plain(change.down) +
                              " s; expected its end within the duration, " + plain(scenario_.duration) + " s");
+    if (const YamlNode* planned = Values::find(item, "planned")) {
+      change.planned = values_.truth(*planned, "planned");
+      if (change.planned && change.restarted != Restarted::sonar)
+        values_.fail(*planned,
+                     "a planned restart of the " + what.text + "; expected one of sonar, which alone is asked");
+    }
     mustRun(item, change);
   }
 

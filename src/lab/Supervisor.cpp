@@ -1,5 +1,5 @@
-// One event loop. Its timers are the run's plan: starts, faults, new routes, the end; its inputs are the processes'
-// lines, whose end tells of a death, and the request to stop.
+// One event loop. Its timers are the run's plan: starts, faults, changes, new routes, the end; its inputs are the
+// processes' lines, whose end tells of a death, and the request to stop.
 #include "lab/Supervisor.h"
 
 #include <fcntl.h>
@@ -32,6 +32,10 @@ namespace {
 constexpr double patience = 30;     // seconds for the processes to be set up, and again to end
 constexpr double heartbeat = 0.01;  // how often the loop's lateness is looked at when there is nothing else to do
 
+// A centre may end by an assertion, by design, and is started again so many seconds later; but not for ever.
+constexpr double revival = 0.5;
+constexpr std::size_t mostDeaths = 100;
+
 class Supervisor {
  public:
   Supervisor(const Scenario& scenario, const RunOptions& options, const SupervisorPlace& place)
@@ -41,6 +45,7 @@ class Supervisor {
         topology_(scenario),
         active_(scenario.faults.size()),
         faultTimes_(scenario.faults.size()),
+        changeTimes_(scenario.changes.size(), -1),
         condition_(conditionOf(scenario, active_)),
         fabric_(topology_, options.probePort, options.seed) {}
 
@@ -66,6 +71,10 @@ class Supervisor {
     report["faults"] = nlohmann::json::array();
     for (std::size_t fault = 0; fault < scenario_.faults.size(); ++fault)
       report["faults"].push_back(faultReport(scenario_, scenario_.faults[fault], faultTimes_[fault]));
+    report["changes"] = nlohmann::json::array();
+    for (std::size_t change = 0; change < scenario_.changes.size(); ++change)
+      report["changes"].push_back(changeReport(scenario_, scenario_.changes[change], changeTimes_[change]));
+    report["deaths"] = deaths_;
     report["coverage"] = coverageReport(scenario_, coverage_);
     report["lateness"]["supervisor"] = lateness_;
     for (const Process& process : processes_) joinPart(report, process);
@@ -87,7 +96,7 @@ class Supervisor {
     pid_t pid;
     Platform::Descriptor control;
     bool ready = false;
-    bool killed = false;  // by a fault
+    bool killed = false;  // by a fault or a restart
     bool ended = false;
   };
 
@@ -184,7 +193,9 @@ class Supervisor {
           place_.directory + "/centre.socket",
           process.reportFile,
           derivedSeed(options_.seed, number + static_cast<std::size_t>(process.role)),
-          generation};
+          generation,
+          zero_ > 0,
+          changes_};
       const Bodies& bodies = options_.bodies;
       status = (process.role == Role::centre  ? bodies.centre
                 : process.role == Role::agent ? bodies.agent
@@ -234,20 +245,45 @@ class Supervisor {
     int status = 0;
     while (::waitpid(process.pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (!process.killed && !(stopping_ && WIFEXITED(status) && WEXITSTATUS(status) == 0))
+    const bool inOrder = stopping_ && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (!process.killed && !inOrder && mayRevive(process, status)) return revive(process);
+    if (!process.killed && !inOrder)
       return fail(process.name + " died unasked at " + std::to_string(zero_ > 0 ? sinceZero() : 0) + " s: " +
                   (WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
                                      : "signal " + std::string(::strsignal(WTERMSIG(status)))));
     if (stopping_) stopNext();
   }
 
+  // Several ordinary events end the centre by an assertion, on purpose: it comes back and rebuilds its state.
+  bool mayRevive(const Process& process, int status) const {
+    return process.role == Role::centre && zero_ > 0 && WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT &&
+           deaths_.size() < mostDeaths;
+  }
+
+  void revive(const Process& process) {
+    deaths_.push_back({{"time", sinceZero()}, {"process", process.name}, {"signal", SIGABRT}});
+    tell(process.name + " ended by an assertion");
+    after(stopping_ ? 0 : revival, [this] { startCentre(); });
+  }
+
+  // Also one whose restart was due after the scenario's end: its report tells of those before it.
+  void startCentre() {
+    if (centreRuns()) {
+      after(heartbeat, [this] { startCentre(); });  // the one before is still to be buried
+      return;
+    }
+    start(Role::centre, std::nullopt);
+    if (stopping_) order(processes_.back(), Control::Order::stop);
+  }
+
+  bool centreRuns() const {
+    return std::any_of(processes_.begin(), processes_.end(),
+                       [](const Process& each) { return each.role == Role::centre && !each.ended; });
+  }
+
+  // A process that is gone is told of by the end of its line.
   void order(const Process& process, Control::Order order) const {
-    char letter[1 + sizeof zero_] = {};
-    letter[0] = 's';
-    std::memcpy(letter + 1, &zero_, sizeof zero_);
-    // A process that is gone is told of by the end of its line.
-    [[maybe_unused]] const ssize_t sent =
-        ::send(process.control.fd(), letter, order == Control::Order::start ? sizeof letter : 1, MSG_NOSIGNAL);
+    Control::send(process.control.fd(), order, zero_, changes_);
   }
 
   // --- the run's course
@@ -281,7 +317,59 @@ class Supervisor {
       if (scenario_.faults[fault].until)
         at(zero_ + *scenario_.faults[fault].until, [this, fault] { faultIs(fault, false); });
     }
+    for (std::size_t change = 0; change < scenario_.changes.size(); ++change)
+      at(zero_ + scenario_.changes[change].at, [this, change] { changeIs(change); });
     at(zero_ + scenario_.duration, [this] { stopAll(); });
+  }
+
+  // --- changes
+
+  void changeIs(std::size_t index) {
+    const Change& change = scenario_.changes[index];
+    changes_ = index + 1;
+    switch (change.kind) {
+      case ChangeKind::probe:
+      case ChangeKind::clear:
+        orderChange(Role::centre, std::nullopt);
+        break;
+      case ChangeKind::service:
+        orderChange(change.node ? Role::agent : Role::centre, change.node);
+        break;
+      case ChangeKind::group:
+        orderChange(Role::agent, change.node);
+        break;
+      case ChangeKind::address:
+        fabric_.addressIs(*change.node, change.interface, change.address);
+        after(scenario_.convergence, [this] { fabric_.route(condition_.linksUp()); });
+        break;
+      case ChangeKind::hostname:
+        fabric_.hostNameIs(*change.node, change.name);
+        break;
+      case ChangeKind::restart:
+        if (change.restarted == Restarted::centre)
+          restartCentre(change.down);
+        else
+          orderChange(Role::agent, change.node);  // which carries it out itself, for both live in that process
+        break;
+    }
+    changeTimes_[index] = sinceZero();
+    tell(changeText(scenario_, change));
+  }
+
+  // One that is not set up yet hears of all changes until then when it is.
+  void orderChange(Role role, std::optional<std::size_t> node) const {
+    for (const Process& process : processes_)
+      if (process.role == role && process.node == node && process.ready && !process.ended && !process.killed)
+        order(process, Control::Order::change);
+  }
+
+  void restartCentre(double down) {
+    for (Process& process : processes_)
+      if (process.role == Role::centre && !process.ended) {
+        process.killed = true;
+        ::kill(process.pid, SIGKILL);
+      }
+    after(down, [this] { startCentre(); });
   }
 
   void faultIs(std::size_t fault, bool active) {
@@ -318,6 +406,7 @@ class Supervisor {
     plan_.clear();
     beat();
     after(patience, [this] { failLate("ended"); });
+    if (options_.bodies.centre && !centreRuns()) startCentre();
     stopNext();
   }
 
@@ -353,6 +442,9 @@ class Supervisor {
   const Topology topology_;
   std::vector<bool> active_;  // per fault
   std::vector<FaultTimes> faultTimes_;
+  std::vector<double> changeTimes_;  // when it was carried out; negative: it was not
+  std::size_t changes_ = 0;          // how many of the scenario's changes hold
+  nlohmann::json deaths_ = nlohmann::json::array();
   Condition condition_;
   KernelFabric fabric_;
   std::vector<Flow> flows_;

@@ -1,18 +1,20 @@
-// One loop for both: the agent's activity with its store and its link to the centre, and the service beside it.
+// One loop for both: the agent's activity with its store and its link to the centre, and the service beside it. Each
+// can be taken away and made anew while the other goes on, as if it were a process of its own: the agent over the same
+// store and tables, the service over the same orders and tables.
 #include "lab/SwitchBody.h"
 
-#include <sys/epoll.h>
 #include <algorithm>
-#include <fstream>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "client/ClientStore.h"
 #include "client/ZebClientAgent.h"
-#include "lab/StandIn.h"
-#include "platform/EventLoop.h"
+#include "lab/BodyProcess.h"
+#include "lab/Operator.h"
+#include "lab/SwitchReport.h"
 #include "platform/Files.h"
 #include "platform/LocalTransport.h"
-#include "platform/SystemTime.h"
+#include "platform/SwitchRecords.h"
 #include "runtime/FabricEnds.h"
 #include "runtime/Trace.h"
 #include "runtime/Vesta.h"
@@ -27,65 +29,84 @@ constexpr std::uint32_t rows = 16384;
 // What the shared tables say for debugging goes the way of all other traces.
 Rix::TraceHandle shelfTraceHandle("Shelf");
 
-class SwitchProcess {
+// A switch that is switched on has no tables in its memory.
+Shelf::RootPath emptyTables(const NodeContext& context) {
+  const std::string path = context.nodeDirectory + "/tables";
+  std::filesystem::remove_all(path);
+  return {path};
+}
+
+class SwitchProcess final : public BodyProcess {
  public:
   SwitchProcess(const NodeContext& context, const SwitchOptions& options)
-      : context_(context),
-        use_(activity_),
+      : BodyProcess(context),
+        options_(options),
         store_(Rix::make<Atlas::EntityManager>("switch")),
-        tables_{context.nodeDirectory + "/tables"},
+        tables_(emptyTables(context)),
         localStatus_(Rix::make<Sonar::LocalStatus>(storage_, tables_)),
         epochs_(context.nodeDirectory + "/epoch"),
-        connector_(loop_, activity_, context.centreSocket),
-        agent_(Zeb::clientAgentFactory("ZebClient")) {
+        connector_(loop_, activity_, context.centreSocket) {
     Zeb::fillClientStore(*store_, localStatus_);
-    activity_.dispatch([this] { at<Zeb::ClientConfig>("mgmt/zeb/config")->enabledIs(true); });
-    Sonar::KernelService::Options sonar;
-    sonar.service.keys = keys();
-    sonar.service.nextEpoch = [this] { return epochs_.next(); };
-    sonar.tables = tables_;
-    sonar.capacity = rows;
-    if (options.tapClosed) sonar.tap = Sonar::KernelPacketIo::TapMode::closed;
+    clientConfig_ = at<Zeb::ClientConfig>("mgmt/zeb/config");
     config_ = at<Sonar::Config>("sonar/zeb/config");
-    sonar_ = std::make_unique<Sonar::KernelService>(
-        loop_, activity_, storage_, std::move(sonar),
-        Sonar::KernelService::Records{config_, at<Sonar::Status>("sonar/status"), at<Ip::Status>("ip/status")});
+    platform_.emplace(loop_, activity_, at<Ip::Status>("ip/status"), at<System::NetConfig>("sys/net/config"));
+    writeConfiguration(context.changes);
+    makeSonar();
+    makeAgent();
+  }
+
+  void report() {
+    nlohmann::json report;
+    report["orders"][context_.name] = ordersReport(*config_);
+    report["rows"][context_.name] = rowsReport(*localStatus_);
+    if (sonar_) {
+      const Sonar::Service& service = sonar_->service();
+      report["packets"][context_.name] = {{"taken", service.packets(Sonar::Rejection::none)},
+                                          {"dropped", service.packetsDropped()}};
+    }
+    write(std::move(report));
+  }
+
+ private:
+  static constexpr double never = std::numeric_limits<double>::infinity();
+
+  template <class T>
+  Rix::Ptr<T> at(const char* path) {
+    return Rix::dynamicCast<T>(store_->getEntity(path));
+  }
+
+  void makeAgent() {
+    agentDue_ = never;
+    agent_ = Zeb::clientAgentFactory("ZebClient");
     agent_->entityManagerIs(store_);
     activity_.runDueTimers();
-    const Fabric::SwitchEnd::Identity identity{ethernetText(context.systemId), epochs_.next()};
+    const Fabric::SwitchEnd::Identity identity{ethernetText(context_.systemId), epochs_.next()};
     end_ = std::make_unique<Fabric::SwitchEnd>(
         activity_, connector_, store_, identity,
         std::vector<Fabric::SwitchMount>{{"mgmt/zeb/hubx/config", "Zeb::ClientConfig"},
                                          {"mgmt/zeb/echoStatus", "Zeb::ZebSonarStatusV1"}},
         std::vector<Fabric::SwitchMount>{{"mgmt/zeb/hubx/waveConfigDir/waveConfig", "Zeb::ZebSonarConfigV1"}});
+    nextPoll_ = Platform::monotonicSeconds();
   }
 
-  void run() {
-    loop_.stopOnSignals();
-    loop_.add(context_.control.descriptor(), EPOLLIN, [this](std::uint32_t) { handleOrder(); });
-    loop_.timersAre(
-        [this] {
-          return std::min({activity_.nextDeadline(), sonar_->nextDeadline(), nextPoll_});
-        },
-        [this] { handleTimers(); });
-    loop_.turnEndIs([this] { activity_.runDueTimers(); });
-    context_.control.ready();
-    loop_.run();
+  void removeAgent(double until) {
+    end_.reset();
+    agent_ = nullptr;
+    Zeb::renewClientStore(*store_);
+    agentDue_ = until;
   }
 
-  void report() const {
-    const Sonar::Service& service = sonar_->service();
-    nlohmann::json report;
-    report["lateness"] = {{"timers", activity_.worstTimerLateness()}, {"polls", pollLateness_}};
-    report["packets"][context_.name] = {{"taken", service.packets(Sonar::Rejection::none)},
-                                        {"dropped", service.packetsDropped()}};
-    std::ofstream(context_.reportFile) << report;
-  }
-
- private:
-  template <class T>
-  Rix::Ptr<T> at(const char* path) {
-    return Rix::dynamicCast<T>(store_->getEntity(path));
+  void makeSonar() {
+    sonarDue_ = never;
+    Sonar::KernelService::Options sonar;
+    sonar.service.keys = keys();
+    sonar.service.nextEpoch = [this] { return epochs_.next(); };
+    sonar.tables = tables_;
+    sonar.capacity = rows;
+    if (options_.tapClosed) sonar.tap = Sonar::KernelPacketIo::TapMode::closed;
+    sonar_ = std::make_unique<Sonar::KernelService>(
+        loop_, activity_, storage_, std::move(sonar),
+        Sonar::KernelService::Records{config_, at<Sonar::Status>("sonar/status"), at<Ip::Status>("ip/status")});
   }
 
   // The run's keys, which the centre has written before any switch starts.
@@ -97,45 +118,56 @@ class SwitchProcess {
     return ring;
   }
 
-  void handleOrder() {
-    while (const auto order = context_.control.next()) {
-      if (*order == Control::Order::stop) return loop_.stop();
-      activity_.dispatch([this] { writeTransmitters(context_.topology, *context_.node, *config_); });
-      pollLateness_ = 0;  // from here on it would show in what is measured
+  void changesAre(std::size_t changes, const Change* latest) override {
+    writeConfiguration(changes);
+    if (!latest || latest->kind != ChangeKind::restart) return;
+    const double until = Platform::monotonicSeconds() + latest->down;
+    if (latest->restarted == Restarted::agent) {
+      removeAgent(until);
+    } else {
+      sonar_.reset();
+      sonarDue_ = until;
     }
   }
 
-  void handleTimers() {
-    const double now = Platform::monotonicSeconds();
-    if (sonar_->nextDeadline() <= now) sonar_->onTimer(now);
-    if (nextPoll_ <= now) {
-      pollLateness_ = std::max(pollLateness_, now - nextPoll_);
+  void writeConfiguration(std::size_t changes) {
+    activity_.dispatch(
+        [&] { configure(configurationAfter(context_.topology, changes).switches[*context_.node], *clientConfig_); });
+  }
+
+  double nextDeadline() override {
+    return std::min({sonar_ ? sonar_->nextDeadline() : sonarDue_, agent_ ? nextPoll_ : agentDue_});
+  }
+
+  void handleDeadline(double now) override {
+    if (sonarDue_ <= now) makeSonar();
+    if (agentDue_ <= now) makeAgent();
+    if (sonar_ && sonar_->nextDeadline() <= now) sonar_->onTimer(now);
+    if (agent_ && nextPoll_ <= now) {
       nextPoll_ = now + pollPeriod;
       activity_.dispatch([this] {
         while (localStatus_->poll()) {
         }
       });
     }
-    activity_.runDueTimers();
   }
 
-  const NodeContext& context_;
-  Platform::SystemTime time_;
-  Rix::Activity activity_{time_};
-  Rix::Activity::Use use_;
-  Platform::EventLoop loop_;
+  const SwitchOptions options_;
   Rix::Ptr<Atlas::EntityManager> store_;
   Platform::SharedMemory storage_;
   Shelf::RootPath tables_;
   Rix::Ptr<Sonar::LocalStatus> localStatus_;
   Platform::RisingCounter epochs_;
   Platform::LocalConnector connector_;
+  Rix::Ptr<Zeb::ClientConfig> clientConfig_;
   Rix::Ptr<Sonar::Config> config_;
+  std::optional<Platform::SwitchRecords> platform_;
   std::unique_ptr<Sonar::KernelService> sonar_;
   Rix::Ptr<Zeb::ClientAgent> agent_;
   std::unique_ptr<Fabric::SwitchEnd> end_;
-  double nextPoll_ = Platform::monotonicSeconds();
-  double pollLateness_ = 0;
+  double sonarDue_ = never;
+  double agentDue_ = never;
+  double nextPoll_ = 0;
 };
 
 }  // namespace

@@ -326,7 +326,7 @@ TEST_F(FabricRestart, OrdersLeaveOnlyAfterTheAgentHasSpokenOfItsMachines) {
   start(one);
   ordersTurn([&] { order(*centre->orders(idOne)); });
   pump();
-  ASSERT_EQ(one.orders()->transmitters(), 2U);
+  ASSERT_TRUE(one.orders() && one.orders()->transmitters() == 2U);
   newCentre(2, idle());
   pump();
   EXPECT_TRUE(centre->end->connected(idOne));
@@ -425,6 +425,7 @@ TEST_F(FabricRestart, StatusIsGivenAsNewEntitiesEachTimeThatMachinesStand) {
   EXPECT_EQ(asks, 1);
   EXPECT_THAT(centre->heard, ElementsAre("+status" + Rix::jsonText(*one.status)));
   Ptr<Rix::Entity> const first = centre->status(idOne);
+  ASSERT_TRUE(first);
 
   one.turn([&] { one.status->probeStreamTable()->streamRecordDel(stream(1)); });
   pump();
@@ -443,6 +444,7 @@ TEST_F(FabricRestart, StatusIsGivenAsNewEntitiesEachTimeThatMachinesStand) {
   centre->machinesStandIs(true);
   pump();
   EXPECT_EQ(asks, 2);
+  ASSERT_TRUE(centre->status(idOne));
   EXPECT_NE(centre->status(idOne), first);
   EXPECT_EQ(Rix::jsonText(*centre->status(idOne)), Rix::jsonText(*one.status));
 }
