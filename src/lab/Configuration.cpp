@@ -54,6 +54,7 @@ void applyChange(const Change& change, Configuration& configuration) {
       ++configuration.clears;
       break;
     case ChangeKind::restart:
+    case ChangeKind::hash:
       break;
   }
 }

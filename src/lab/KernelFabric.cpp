@@ -71,6 +71,7 @@ KernelFabric::KernelFabric(const Topology& topology, std::uint16_t probePort, st
       switches_(initialConfiguration(topology).switches),
       announced_(announcedInterfaces(topology.scenario())),
       written_(topology.nodes()),
+      firstWeight_(topology.nodes(), 1),
       disturbed_(topology.nodes()) {
   allowOpenFiles();
   for (std::size_t node = 0; node < topology_.nodes(); ++node) makeNode(node, seed);
@@ -201,7 +202,8 @@ std::string KernelFabric::routeTo(std::size_t node, std::uint32_t address, const
   if (const auto loopback = own.find("lo"); loopback != own.end()) text += " src " + addressText(loopback->second);
   for (const LinkSide side : hops)
     text += " nexthop via " + addressText(topology_.address(side.peer())) + " dev " +
-            topology_.scenario().end(side).interface + " onlink";
+            topology_.scenario().end(side).interface + " weight " +
+            std::to_string(side == hops.front() ? firstWeight_[node] : 1) + " onlink";
   return text + "\n";
 }
 
@@ -270,6 +272,17 @@ void KernelFabric::removeAddress(std::size_t node, const std::string& interface,
   if (!side || switches_[node].addresses.count(interface) != 0) return;
   // With its last address the kernel forgets an interface's routes and neighbours.
   if (!condition_.down[side->link][side->side]) runIn(node, {"ip", "-batch", "-"}, neighbour(*side));
+  disturbed_[node] = true;
+  writeRoutes();
+}
+
+void KernelFabric::hashIs(std::size_t node, std::uint64_t seed) {
+  enter(node);
+  const bool seeded = ::access("/proc/sys/net/ipv4/fib_multipath_hash_seed", W_OK) == 0;
+  if (seeded) set("ipv4/fib_multipath_hash_seed", std::to_string(hashSeed(seed, node)));
+  leave();
+  if (seeded) return;
+  firstWeight_[node] = firstWeight_[node] % 3 + 1;
   disturbed_[node] = true;
   writeRoutes();
 }

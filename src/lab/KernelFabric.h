@@ -39,6 +39,10 @@ class KernelFabric {
   // before the old one goes, and packets to the old one are routed on until the next route(). Throws LabError.
   void addressIs(std::size_t node, const std::string& interface, std::optional<std::uint32_t> address);
 
+  // Lets a node share flows out over equal paths in another way. Where the kernel has no seed for that, by unequal
+  // weights of its next hops. Throws LabError.
+  void hashIs(std::size_t node, std::uint64_t seed);
+
   // The host name of a node's namespace. Throws LabError.
   void hostNameIs(std::size_t node, const std::string& name) const;
 
@@ -78,6 +82,7 @@ class KernelFabric {
   std::vector<std::pair<std::size_t, std::uint32_t>> leaving_;  // by node: gone, and routed to until the next route()
   Routes routes_;
   std::vector<std::map<std::uint32_t, NextHops>> written_;  // per node: by destination address
+  std::vector<unsigned> firstWeight_;                       // per node: of the first of several next hops
   std::vector<bool> disturbed_;  // nodes whose routes the kernel has changed by itself since they were written
 };
 

@@ -54,6 +54,7 @@ nlohmann::json changeReport(const Scenario& scenario, const Change& change, doub
       entry["enabled"] = change.enabled;
       break;
     case ChangeKind::clear:
+    case ChangeKind::hash:
       break;
     case ChangeKind::restart:
       entry["what"] = restartedName(change.restarted);
@@ -80,6 +81,8 @@ std::string changeText(const Scenario& scenario, const Change& change) {
       return "the service" + of + (change.enabled ? " is enabled" : " is disabled");
     case ChangeKind::clear:
       return "the loss records are cleared";
+    case ChangeKind::hash:
+      return "the choice among equal paths" + of + " is another one";
     case ChangeKind::restart:
       break;
   }

@@ -63,7 +63,7 @@ struct Fault {
   std::size_t node = 0;              // of powerOff and freeze
 };
 
-enum class ChangeKind { probe, group, address, hostname, service, clear, restart };
+enum class ChangeKind { probe, group, address, hostname, service, clear, restart, hash };
 enum class Restarted { agent, sonar, centre };
 
 // What an operator, the platform or whoever starts the processes does during a run. Configuration is said as it is from
@@ -71,10 +71,10 @@ enum class Restarted { agent, sonar, centre };
 struct Change {
   ChangeKind kind = ChangeKind::clear;
   double at = 0;                    // seconds since probing started
-  std::optional<std::size_t> node;  // of group, address, hostname; of service: none for the centre's; of restart: none
-                                    // for the centre
-  std::string name;                 // of probe and group: which; of hostname: the new one
-  std::optional<Probe> probe;       // of probe: none, it is removed
+  std::optional<std::size_t> node;  // of group, address, hostname, hash; of service: none for the centre's; of restart:
+                                    // none for the centre
+  std::string name;                                    // of probe and group: which; of hostname: the new one
+  std::optional<Probe> probe;                          // of probe: none, it is removed
   std::optional<std::vector<std::string>> interfaces;  // of group: none, it is removed
   std::string interface;                               // of address
   std::optional<std::uint32_t> address;                // of address: host byte order; none, the interface loses its own

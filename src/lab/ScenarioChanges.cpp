@@ -15,7 +15,7 @@ namespace {
 constexpr std::pair<std::string_view, ChangeKind> changeKinds[] = {
     {"probe", ChangeKind::probe},       {"group", ChangeKind::group},     {"address", ChangeKind::address},
     {"hostname", ChangeKind::hostname}, {"service", ChangeKind::service}, {"clear", ChangeKind::clear},
-    {"restart", ChangeKind::restart}};
+    {"restart", ChangeKind::restart},   {"hash", ChangeKind::hash}};
 constexpr std::pair<std::string_view, Restarted> restartedKinds[] = {
     {"agent", Restarted::agent}, {"sonar", Restarted::sonar}, {"centre", Restarted::centre}};
 
@@ -59,7 +59,7 @@ class ChangeReader {
     const auto* const known = findName(changeKinds, values_.text(kind, "kind"));
     if (!known)
       values_.fail(kind, "unknown kind " + inQuotes(kind.text) +
-                             " of a change; expected probe, group, address, hostname, service, clear or restart");
+                             " of a change; expected probe, group, address, hostname, service, clear, restart or hash");
     Change change;
     change.kind = known->second;
     change.at = at;
@@ -87,6 +87,10 @@ class ChangeReader {
         break;
       case ChangeKind::restart:
         readRestart(item, change);
+        break;
+      case ChangeKind::hash:
+        values_.checkKeys(item, what_, {"at", "kind", "node"});
+        change.node = names_.node(values_.need(item, what_, "node"));
         break;
     }
     return change;

@@ -345,6 +345,9 @@ class Supervisor {
       case ChangeKind::hostname:
         fabric_.hostNameIs(*change.node, change.name);
         break;
+      case ChangeKind::hash:
+        fabric_.hashIs(*change.node, derivedSeed(options_.seed, topology_.nodes() + index));
+        break;
       case ChangeKind::restart:
         if (change.restarted == Restarted::centre)
           restartCentre(change.down);

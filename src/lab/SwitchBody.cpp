@@ -59,6 +59,9 @@ class SwitchProcess final : public BodyProcess {
     nlohmann::json report;
     report["orders"][context_.name] = ordersReport(*config_);
     report["rows"][context_.name] = rowsReport(*localStatus_);
+    // When streams of this switch began; a stream that goes on keeps its epoch.
+    report["epochs"][context_.name] = nlohmann::json::array();
+    for (const double time : epochTimes_) report["epochs"][context_.name].push_back(time - context_.control.zero());
     if (sonar_) {
       const Sonar::Service& service = sonar_->service();
       report["packets"][context_.name] = {{"taken", service.packets(Sonar::Rejection::none)},
@@ -76,6 +79,7 @@ class SwitchProcess final : public BodyProcess {
   }
 
   void makeAgent() {
+    const bool before = agentDue_ != never;
     agentDue_ = never;
     agent_ = Zeb::clientAgentFactory("ZebClient");
     agent_->entityManagerIs(store_);
@@ -87,6 +91,7 @@ class SwitchProcess final : public BodyProcess {
                                          {"mgmt/zeb/echoStatus", "Zeb::ZebSonarStatusV1"}},
         std::vector<Fabric::SwitchMount>{{"mgmt/zeb/hubx/waveConfigDir/waveConfig", "Zeb::ZebSonarConfigV1"}});
     nextPoll_ = Platform::monotonicSeconds();
+    if (sonar_ && before) sonar_->agentRestarted();
   }
 
   void removeAgent(double until) {
@@ -100,13 +105,16 @@ class SwitchProcess final : public BodyProcess {
     sonarDue_ = never;
     Sonar::KernelService::Options sonar;
     sonar.service.keys = keys();
-    sonar.service.nextEpoch = [this] { return epochs_.next(); };
+    sonar.service.nextEpoch = [this] {
+      epochTimes_.push_back(Platform::monotonicSeconds());
+      return epochs_.next();
+    };
     sonar.tables = tables_;
     sonar.capacity = rows;
     if (options_.tapClosed) sonar.tap = Sonar::KernelPacketIo::TapMode::closed;
     sonar_ = std::make_unique<Sonar::KernelService>(
         loop_, activity_, storage_, std::move(sonar),
-        Sonar::KernelService::Records{config_, at<Sonar::Status>("sonar/status"), at<Ip::Status>("ip/status")});
+        Sonar::KernelService::Records{config_, at<Sonar::Status>("sonar/status")});
   }
 
   // The run's keys, which the centre has written before any switch starts.
@@ -125,8 +133,11 @@ class SwitchProcess final : public BodyProcess {
     if (latest->restarted == Restarted::agent) {
       removeAgent(until);
     } else {
-      sonar_.reset();
       sonarDue_ = until;
+      if (latest->planned && sonar_)
+        sonar_->stop();
+      else
+        sonar_.reset();
     }
   }
 
@@ -136,13 +147,15 @@ class SwitchProcess final : public BodyProcess {
   }
 
   double nextDeadline() override {
-    return std::min({sonar_ ? sonar_->nextDeadline() : sonarDue_, agent_ ? nextPoll_ : agentDue_});
+    return std::min({sonar_ ? sonar_->nextDeadline() : never, sonarDue_, agent_ ? nextPoll_ : agentDue_});
   }
 
   void handleDeadline(double now) override {
+    if (sonar_ && sonar_->nextDeadline() <= now) sonar_->onTimer(now);
+    // One that was asked to stop goes when it has told of that, or when its successor is due.
+    if (sonar_ && sonarDue_ != never && (sonar_->stopped() || sonarDue_ <= now)) sonar_.reset();
     if (sonarDue_ <= now) makeSonar();
     if (agentDue_ <= now) makeAgent();
-    if (sonar_ && sonar_->nextDeadline() <= now) sonar_->onTimer(now);
     if (agent_ && nextPoll_ <= now) {
       nextPoll_ = now + pollPeriod;
       activity_.dispatch([this] {
@@ -165,6 +178,7 @@ class SwitchProcess final : public BodyProcess {
   std::unique_ptr<Sonar::KernelService> sonar_;
   Rix::Ptr<Zeb::ClientAgent> agent_;
   std::unique_ptr<Fabric::SwitchEnd> end_;
+  std::vector<double> epochTimes_;  // when the probing service took one
   double sonarDue_ = never;
   double agentDue_ = never;
   double nextPoll_ = 0;
