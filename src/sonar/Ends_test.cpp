@@ -305,14 +305,10 @@ TEST(Restarts, ofAReceiverDuringALossFindItAgain) {
     fabric.run(1);
     std::size_t const elsewhere = fabric.dormant().size();
     fabric.start(spine);
-<<<<<<< HEAD
     // The answers of their source are lost, too.
     fabric.run(10);
     EXPECT_EQ(fabric.dormant().size(), elsewhere);
     fabric.run(8);
-=======
-    fabric.run(5);
->>>>>>> l
     std::size_t expected = 0;
     for (auto const& [key, row] : spine.ingress.rows) {
       if (key.srcIp != ip(1)) continue;
@@ -324,7 +320,6 @@ TEST(Restarts, ofAReceiverDuringALossFindItAgain) {
   });
 }
 
-<<<<<<< HEAD
 TEST(Restarts, ofAReceiverDuringALossFartherOnFindItAtOnce) {
   std::size_t expected = 0;
   forSeeds([&](Clos& fabric) {
@@ -343,8 +338,6 @@ TEST(Restarts, ofAReceiverDuringALossFartherOnFindItAtOnce) {
   EXPECT_GT(expected, 0U);
 }
 
-=======
->>>>>>> l
 TEST(Restarts, ofASenderWhoseOrdersHaveChangedEndWhatIsNotOrderedAnyMore) {
   forSeeds([](Clos& fabric) {
     auto& leaf = fabric.node("leaf1");
