@@ -248,7 +248,7 @@ TEST_F(Intake, AnotherReportUnderAStandingSwitchIsANameInUseAndTheFirstOneStays)
   } catch (Rix::NameInUseException const& exception) {
     EXPECT_STREQ(exception.what(),
                  "Reinstantiating the pointer interface where constructor parameter attribute _clientConfig has a "
-                 "different value of an object than the current value of an object");
+                 "different value of an object than the current value of an object not allowed");
   }
   EXPECT_EQ(intake->clientSmIs(switchId(1), report, status), standing);
 }

@@ -48,14 +48,15 @@ class FabricHistory : public FabricTest {
 
   unsigned random(unsigned below) { return std::uniform_int_distribution<unsigned>(0, below - 1)(generator); }
 
+  Zeb::ZebProbeRate rate(std::string const& id) const { return {rates.at(id), 1}; }
   void write(Zeb::ZebSonarConfigV1& orders, std::string const& id) const {
     auto* transmitter = orders.transmitterIs("p");
     transmitter->sourceInterfaceIs(Netkit::IntfId("lo"), true);
     transmitter->ipDestIs(Netkit::IpAddr(7), true);
     for (U16 hop = 1; hop <= 3; ++hop) {
-      if (transmitter->hopsRate(hop) == Zeb::ZebProbeRate(rates.at(id), 1)) continue;
+      if (transmitter->hopsRate(hop) == rate(id)) continue;
       transmitter->hopsRateDel(hop);
-      transmitter->hopsRateIs(hop, {rates.at(id), 1});
+      transmitter->hopsRateIs(hop, rate(id));
     }
     transmitter->enabledIs(true);
   }
@@ -162,7 +163,7 @@ class FabricHistory : public FabricTest {
       EXPECT_EQ(Rix::jsonText(*centre->config(ids[i])), Rix::jsonText(*device.config)) << when;
       EXPECT_EQ(Rix::jsonText(*centre->status(ids[i])), Rix::jsonText(*device.status)) << when;
       EXPECT_EQ(Rix::jsonText(*device.orders()), Rix::jsonText(*centre->orders(ids[i]))) << when;
-      EXPECT_EQ(device.orders()->transmitter("p")->hopsRate(2), Zeb::ZebProbeRate(rates.at(ids[i]), 1)) << when;
+      EXPECT_EQ(device.orders()->transmitter("p")->hopsRate(2), rate(ids[i])) << when;
       EXPECT_EQ(device.end->malformedFrames(), 0U) << when;
     }
     EXPECT_EQ(centre->end->malformedFrames(), 0U) << when;

@@ -25,6 +25,13 @@ constexpr U32 capacityFor(U32 homes) {
   return homes + 8 + homes / 256;
 }
 
+// A map that is filled in its own order, as from a sweep of another map, has its members pile up before the homes of
+// those to come. The pile is known by its last member, which stands this far behind its home, with nothing on as many
+// slots after it.
+constexpr U32 longPile = 64;
+// The most homes a member that are made for those to come.
+constexpr U32 mostHomesAMember = 64;
+
 }  // namespace
 
 std::size_t HashMapGeneric::bytesFor(U32 capacity) {
@@ -132,6 +139,26 @@ HashMapGeneric::Table* HashMapGeneric::tableWithRoom(ReversedOf reversedOf) {
   return spread(table, homes, capacityFor(homes));
 }
 
+// Where a new member of this reversed hash belongs: behind those of the same one.
+U32 HashMapGeneric::placeFor(Table& table, U32 reversed) {
+  Slot const* slots = table.slots();
+  U32 place = homeOf(table, reversed);
+  while (slots[place].reversed <= reversed && !slots[place].isEmpty()) ++place;
+  return place;
+}
+
+// The homes for as many members as there will be if they go on coming in order, as densely as up to this one, which
+// would be the last of a long pile at `place`. No more than there are if it would not.
+U32 HashMapGeneric::homesForPile(Table& table, U32 reversed, U32 place) {
+  if (place - homeOf(table, reversed) < longPile || place + longPile > table.capacity) return table.homes;
+  Slot const* slots = table.slots() + place;
+  if (!std::all_of(slots, slots + longPile, [](Slot const& slot) { return slot.isEmpty(); })) return table.homes;
+  if (slots[-static_cast<std::ptrdiff_t>(longPile)].reversed == reversed) return table.homes;  // nothing parts equals
+  U64 const members = (U64{table.size} << 32) / (U64{reversed} + 1);
+  U64 const homes = std::min({members + members / 3, U64{table.size} * mostHomesAMember, U64{maxSize}});
+  return homes < nextHomes(table.homes) ? table.homes : static_cast<U32>(homes);
+}
+
 void HashMapGeneric::insertCell(U32 reversed, void* cell, ReversedOf reversedOf) {
   if (!word_) {
     singleIs(cell);
@@ -140,9 +167,13 @@ void HashMapGeneric::insertCell(U32 reversed, void* cell, ReversedOf reversedOf)
   }
   Table* table = tableWithRoom(reversedOf);
   tableIs(table);
+  U32 place = placeFor(*table, reversed);
+  if (U32 const homes = homesForPile(*table, reversed, place); homes != table->homes) [[unlikely]] {
+    table = spread(table, homes, capacityFor(homes));
+    tableIs(table);
+    place = placeFor(*table, reversed);
+  }
   Slot* slots = table->slots();
-  U32 place = homeOf(*table, reversed);
-  while (slots[place].reversed <= reversed && !slots[place].isEmpty()) ++place;
   U32 free = place;
   while (!slots[free].isEmpty()) ++free;
   if (free == table->capacity) {
@@ -181,11 +212,19 @@ void HashMapGeneric::shrink() {
   if (table->size == 1 && table->homes == 0) {
     singleIs(table->slots()[0].cell());
     freeTable(table);
-  } else if (table->size < table->capacity / 4) {
+  } else if (table->size < table->capacity / 4 && (table->size <= smallSize || !isSwept())) {
+    // Not while a sweep may be emptying it: what is left then stands at the end alone, and would pile up there.
     U32 homes = table->size < smallSize ? 0 : std::max(firstHomes, table->size + table->size / 2);
     U32 capacity = homes == 0 ? std::min(smallSize, 2 * table->size) : capacityFor(homes);
     tableIs(spread(table, homes, capacity));
   }
+}
+
+bool HashMapGeneric::isSwept() const {
+  for (auto const* cursor = newestCursor_; cursor; cursor = cursor->older_) {
+    if (cursor->map_ == this) return true;
+  }
+  return false;
 }
 
 void HashMapGeneric::replaceAt(U32 place, void* cell) {

@@ -6,7 +6,8 @@
 // the same array gets homes: a member's home is its reversed hash scaled to the number of homes, so homes rise as the
 // hashes do, and a member stands at its home or as little behind it as the order allows. A slot is twelve bytes,
 // reversed hash and pointer; the key is read in the member itself. Growth spreads the array over more homes, in place
-// and from one end to the other.
+// and from one end to the other. A map that is filled in its own order, as one map from a sweep of another, gets homes
+// for those to come, and one that is emptied during a sweep keeps its homes until a removal after it.
 //
 // A sweep tolerates every change: cursors are listed, and what changes a map tells those that stand in it. Maps and
 // their cursors belong to one thread.
@@ -195,8 +196,11 @@ class HashMapGeneric {
   static Table* spread(Table* table, U32 homes, U32 capacity);
   static void freeTable(Table* table);
   static U32 ordinalAt(Table const& table, U32 place);
+  static U32 placeFor(Table& table, U32 reversed);
+  static U32 homesForPile(Table& table, U32 reversed, U32 place);
   Table* tableWithRoom(ReversedOf reversedOf);
   void shrink();
+  bool isSwept() const;
   void tellInserted(U32 reversed, U32 place) const;
   void tellRemoved(U32 reversed, U32 place) const;
   void tellEmptied(bool forGood) const;

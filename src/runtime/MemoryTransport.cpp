@@ -136,6 +136,11 @@ std::size_t MemoryNetwork::waiting() const {
   return queue_.size();
 }
 
+Rix::Activity& MemoryNetwork::receiver() const {
+  RIX_ASSERT(!queue_.empty());
+  return queue_.front().to->port->activity;
+}
+
 bool MemoryNetwork::deliverOne() {
   if (queue_.empty()) return false;
   Delivery const delivery = std::move(queue_.front());

@@ -40,6 +40,8 @@ class MemoryNetwork {
   // Delivers until nothing waits.
   void pump();
   std::size_t waiting() const;
+  // Whose input the oldest that waits is. Precondition: something waits.
+  Rix::Activity& receiver() const;
 
   // A wire that loses: true for a frame drops it. From the first such call on, the ends send beats.
   void lossIs(std::function<bool(std::string_view frame)> loses);

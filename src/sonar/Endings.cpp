@@ -51,7 +51,7 @@ void Endings::mark(Entry const& entry) {
   Notice const notice = noticeOf(entry.what, entry.serial);
   // Where the address has gone nothing leaves from it, and only those are told who are known.
   if (view_.isLocal(entry.what.flow.source)) notices_.tellInBand(notice);
-  for (auto const& holder : entry.what.holders.all()) notices_.tellOnce(holder.address, notice);
+  for (auto const& holder : entry.what.holders.all()) notices_.tellOnce(holder.address, notice, entry.marksLeft);
 }
 
 std::optional<Endings::Ended> Endings::take(Flow const& flow, U8 ttl) {
@@ -109,8 +109,9 @@ void Endings::run(Rix::Seconds now) {
     }
     if (entry.nextMark <= now) {
       mark(entry);
-      entry.nextMark = --entry.marksLeft > 0 ? now + markPause : Rix::never;
-      if (entry.marksLeft == 0) --marking_;
+      std::size_t const made = marks - entry.marksLeft;
+      entry.nextMark = made < markPauses.size() ? now + markPauses[made] : Rix::never;
+      if (--entry.marksLeft == 0) --marking_;
     }
     if (entry.forgetAt <= now) {
       entries_.erase(known);

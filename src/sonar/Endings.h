@@ -7,6 +7,7 @@
 // keep their own rows until the sender's have surely been told to be gone, are told to go on waiting.
 #pragma once
 
+#include <array>
 #include <map>
 #include <optional>
 #include <vector>
@@ -20,9 +21,9 @@ namespace Sonar {
 
 class Endings {
  public:
-  /// How often an end is marked, and with which pause.
-  static constexpr unsigned marks = 5;
-  static constexpr Rix::Seconds markPause = 0.6;
+  /// How often an end is marked: the more often, the nearer the silence is to being judged.
+  static constexpr unsigned marks = 6;
+  static constexpr std::array<Rix::Seconds, marks - 1> markPauses{0.1, 0.2, 0.4, 0.6, 0.9};
   /// For so long an ended stream may be shown again.
   static constexpr Rix::Seconds remembered = 30.0;
 

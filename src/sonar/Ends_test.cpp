@@ -305,7 +305,10 @@ TEST(Restarts, ofAReceiverDuringALossFindItAgain) {
     fabric.run(1);
     std::size_t const elsewhere = fabric.dormant().size();
     fabric.start(spine);
-    fabric.run(5);
+    // The answers of their source are lost, too.
+    fabric.run(10);
+    EXPECT_EQ(fabric.dormant().size(), elsewhere);
+    fabric.run(8);
     std::size_t expected = 0;
     for (auto const& [key, row] : spine.ingress.rows) {
       if (key.srcIp != ip(1)) continue;
@@ -315,6 +318,24 @@ TEST(Restarts, ofAReceiverDuringALossFindItAgain) {
     EXPECT_GT(expected, 0U);
     EXPECT_EQ(fabric.dormant().size(), elsewhere + expected);
   });
+}
+
+TEST(Restarts, ofAReceiverDuringALossFartherOnFindItAtOnce) {
+  std::size_t expected = 0;
+  forSeeds([&](Clos& fabric) {
+    auto& leaf = fabric.node("leaf2");
+    fabric.kill(leaf);
+    fabric.port("leaf1", "spine1").drops = [](OutgoingPacket const& packet) { return packet.payload[5] == 0; };
+    fabric.run(1);
+    fabric.start(leaf);
+    fabric.run(2);
+    for (auto const& [key, row] : leaf.ingress.rows) {
+      bool const lossy = key.srcIp == ip(1) && key.ingressIntf == intf("to-spine1");
+      EXPECT_EQ(row.dormant, lossy) << fabric.text({{"leaf2", key}});
+      expected += lossy ? 1U : 0U;
+    }
+  });
+  EXPECT_GT(expected, 0U);
 }
 
 TEST(Restarts, ofASenderWhoseOrdersHaveChangedEndWhatIsNotOrderedAnyMore) {

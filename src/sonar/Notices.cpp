@@ -44,9 +44,9 @@ Flow Notices::flowTo(Netkit::IpAddr to, unsigned tries) const {
   return {ownAddress_, to, static_cast<U16>(noticePort + tries % noticePorts), probePort};
 }
 
-void Notices::tellOnce(Netkit::IpAddr to, Notice const& notice) {
+void Notices::tellOnce(Netkit::IpAddr to, Notice const& notice, unsigned attempt) {
   if (ownAddress_ == Netkit::IpAddr()) return;
-  ready_.push_back({.flow = flowTo(to, static_cast<unsigned>(counts_.sent + ready_.size())), .notice = notice});
+  ready_.push_back({.flow = flowTo(to, attempt), .notice = notice});
 }
 
 void Notices::answer(Flow const& flow, Notice const& notice) {
@@ -58,10 +58,8 @@ void Notices::tellInBand(Notice const& notice) {
   ready_.push_back({.flow = notice.stream, .hopLimit = notice.ttl, .notice = notice});
 }
 
-bool Notices::answered(U64 serial, Netkit::IpAddr from) {
-  auto const known = waiting_.find(serial);
-  if (known == waiting_.end() || known->second.to != from) return false;
-  waiting_.erase(known);
+bool Notices::answered(U64 serial) {
+  if (waiting_.erase(serial) == 0) return false;
   ++counts_.answered;
   return true;
 }

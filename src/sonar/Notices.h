@@ -15,7 +15,7 @@ namespace Sonar {
 
 /// The source ports of notices are this one and those above it.
 inline constexpr U16 noticePort = 17441;
-inline constexpr U16 noticePorts = 4;
+inline constexpr U16 noticePorts = 8;
 
 struct OutgoingNotice {
   Flow flow;
@@ -51,16 +51,16 @@ class Notices {
   /// Tells `to`, until `answered` or `forget` says that it is enough. Returns the serial under which it is told, zero
   /// if there is no room.
   U64 tell(Rix::Seconds now, Netkit::IpAddr to, Notice notice, Urgency urgency);
-  /// Tells `to` once, at the next `takeDue`.
-  void tellOnce(Netkit::IpAddr to, Notice const& notice);
+  /// Tells `to` once, at the next `takeDue`. The `attempt`s of one matter go by different ways.
+  void tellOnce(Netkit::IpAddr to, Notice const& notice, unsigned attempt);
   /// Answers a packet to where it came from, from where it went to.
   void answer(Flow const& flow, Notice const& notice);
   /// Sends along the stream's own way, with the hop limit of its ttl.
   void tellInBand(Notice const& notice);
 
-  /// Something that was told has been acknowledged or answered from the address it went to. False if nothing is
-  /// known of it (any more), so that what it says is old.
-  bool answered(U64 serial, Netkit::IpAddr from);
+  /// Something that was told has been acknowledged or answered. False if nothing is known of it (any more), so that
+  /// what it says is old.
+  bool answered(U64 serial);
   void forget(U64 serial) { waiting_.erase(serial); }
   /// A number above all that this switch has ever used.
   U64 nextSerial();

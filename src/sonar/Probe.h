@@ -49,7 +49,7 @@ enum class PacketKind : U8 {
   probe = 0,
   // From the stream's source.
   end = 1,      ///< the stream is sent no more at this ttl; `number` is the last. On the probes' own way, or to a holder
-  freeze = 2,   ///< to a switch that held the ttl: from `number` on another one does, or a way that has been left
+  freeze = 2,   ///< to a switch that had the ttl: from `number` on another one has it, or its way has been left
   running = 3,  ///< answers a question: the stream runs, `number` was its last, `holder` has it as far as is known
   // To the stream's source.
   takeover = 4,  ///< the ttl ends here; `number` was the first that came
@@ -107,7 +107,8 @@ struct Notice {
   // What it says.
   ProbeNumber number{};     ///< the sequence number is at least 1
   U64 serial = 0;           ///< rises with each matter that a switch tells; repeated and answered as it is
-  Netkit::IpAddr holder{};  ///< the switch at which the ttl ends now, zero if that is not known
+  Netkit::IpAddr holder{};  ///< the switch at which the ttl ends, as far as is known; else zero. Of `end` and `freeze`,
+                            ///< the switch that it is to be passed on to, for its source has no way there itself
   U32 interval = 0;         ///< as in a probe, if `running`; else zero
   U16 robustness = 0;       ///< as `interval`
 

@@ -25,8 +25,9 @@ struct ReceiverRows::SubStream {
   Rix::Seconds threshold;
   // Its row stood when this service began, and no probe has come since: what its silence means is not known.
   bool adopted = false;
-  bool owesTakeover = false;    // told too lately, or there was no room
-  Row* current = nullptr;  // where the newest probe came in
+  bool owesTakeover = false;        // told too lately, or there was no room
+  Rix::Seconds unansweredFrom = 0;  // of one adopted: since when it could have been told
+  Row* current = nullptr;           // where the newest probe came in
   U64 lastSequence = 0;
   U64 received = 0;
   U64 lost = 0;

@@ -15,7 +15,9 @@ constexpr U64 beginning = 3;
 constexpr Rix::Seconds takeoverPeriod = 1.0;
 // A row asks after so long a silence, and then again so often.
 constexpr Rix::Seconds questionAfter = 10.0;
-constexpr Rix::Seconds questionPeriod = 60.0;
+constexpr Rix::Seconds questionPeriod = 15.0;
+// A row from before whose source does not answer for so long is judged like any other: what is lost may be the answers.
+constexpr Rix::Seconds adoptedFor = 15.0;
 
 }  // namespace
 
@@ -171,6 +173,7 @@ ReceiverRows::Row& ReceiverRows::addRow(SubStream& sub, Netkit::IntfId interface
 void ReceiverRows::heard(Rix::Seconds now, SubStream& sub) {
   Row& row = *sub.current;
   row.heard = row.silentFrom = now;
+  row.explained = false;  // what its next silence means is another matter
   if (row.state == RowState::dormant) bell_.ring();
   row.state = RowState::live;
   sub.adopted = false;
@@ -218,6 +221,8 @@ void ReceiverRows::judge(Row& row, Rix::Seconds now) {
   }
   bool const silent = now - row.heard > sub.threshold;
   bool const known = !row.linkUp || !sub.stream->routed || sub.stream->comesElsewhere(row, now) || sub.takenOver;
+  if (known) sub.unansweredFrom = now;
+  if (sub.adopted && now - sub.unansweredFrom > adoptedFor) sub.adopted = false;
   bool const reason = known || sub.adopted;
   // While there is a reason, and for one threshold after it, a silence proves nothing.
   if (reason || row.explained) row.silentFrom = now;

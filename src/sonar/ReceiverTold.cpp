@@ -102,6 +102,7 @@ void ReceiverRows::adopt(Rix::Seconds now, IngressStreamStatisticsTableEntry con
                                                       .rows = {}});
     sub = stream->subStreams.emplace_back(std::move(made)).get();
     sub->nextQuestion = now + adoptedQuestionAfter;
+    sub->unansweredFrom = now;
   }
   Row& row = addRow(*sub, entry.key.ingressIntf);
   row.heard = row.silentFrom = now;

@@ -350,7 +350,7 @@ void SenderPlan::lookAtWays(Rix::Seconds now) {
     if (!left || first == stream.subStreams.end()) continue;
     SubStream const& sub = first->second;
     if (auto const* const holder = sub.holders.current(sub.epoch)) {
-      tellFreeze(now, sub, holder->address, sub.nextSequence, Netkit::IpAddr());
+      tellFreeze(now, sub, holder->address, sub.nextSequence);
     }
   }
   nextLook_ = ways_.empty() ? Rix::never : now + lookPeriod;
@@ -418,7 +418,7 @@ bool SenderPlan::takeover(Rix::Seconds now, ReceivedPacket const& packet) {
   if (hasTaken(now, *sub, from, notice.number)) return true;
   ++counts_.staleNotices;
   if (auto const* const holder = sub->holders.current(sub->epoch)) {
-    tellFreeze(now, *sub, from, holder->since.sequence, holder->address);
+    tellFreeze(now, *sub, from, holder->since.sequence);
   }
   return true;
 }
@@ -431,7 +431,7 @@ bool SenderPlan::hasTaken(Rix::Seconds now, SubStream& sub, Netkit::IpAddr addre
     sub.holders.remember(address);
     return holder && holder->address == address;
   }
-  for (auto const other : sub.holders.taken(address, since)) tellFreeze(now, sub, other, since.sequence, address);
+  for (auto const other : sub.holders.taken(address, since)) tellFreeze(now, sub, other, since.sequence);
   return true;
 }
 
@@ -450,6 +450,7 @@ void SenderPlan::question(Rix::Seconds now, ReceivedPacket const& packet) {
   if (holder && !holds && sane) {
     answer.kind = PacketKind::freeze;
     answer.number = holder->since;
+    answer.holder = Netkit::IpAddr();
   } else {
     answer.kind = PacketKind::running;
     answer.number = {sub->epoch, std::max<U64>(sub->last().sequence, 1)};
@@ -459,15 +460,13 @@ void SenderPlan::question(Rix::Seconds now, ReceivedPacket const& packet) {
   notices_.answer(packet.flow, answer);
 }
 
-void SenderPlan::tellFreeze(Rix::Seconds now, SubStream const& sub, Netkit::IpAddr to, U64 sequence,
-                            Netkit::IpAddr holder) {
+void SenderPlan::tellFreeze(Rix::Seconds now, SubStream const& sub, Netkit::IpAddr to, U64 sequence) {
   Notice const notice{.kind = PacketKind::freeze,
                       .ttl = sub.row.key.ttl,
                       .stream = sub.flow,
                       .streamTag = sub.row.key.streamTag,
                       .auxIp = sub.row.key.auxIp,
-                      .number = {sub.epoch, sequence},
-                      .holder = holder};
+                      .number = {sub.epoch, sequence}};
   notices_.tell(now, to, notice, Notices::Urgency::urgent);
 }
 

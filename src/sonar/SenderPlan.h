@@ -111,7 +111,7 @@ class SenderPlan {
   void endSubStream(Rix::Seconds now, SubStream& sub);
   void endAdopted(Rix::Seconds now);
   bool hasTaken(Rix::Seconds now, SubStream& sub, Netkit::IpAddr address, ProbeNumber since);
-  void tellFreeze(Rix::Seconds now, SubStream const& sub, Netkit::IpAddr to, U64 sequence, Netkit::IpAddr holder);
+  void tellFreeze(Rix::Seconds now, SubStream const& sub, Netkit::IpAddr to, U64 sequence);
   SubStream* find(Notice const& notice);
   void lookAtWays(Rix::Seconds now);
   void schedule();

