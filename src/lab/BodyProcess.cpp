@@ -1,4 +1,4 @@
-// See the header.
+// The loop of a body: what is due is asked of the body and of its activity at each turn.
 #include "lab/BodyProcess.h"
 
 #include <sys/epoll.h>

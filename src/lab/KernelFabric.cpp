@@ -121,7 +121,7 @@ void KernelFabric::configureNode(std::size_t node) const {
   std::string batch = "link set dev lo up\naddress add " + addressText(topology_.loopback(node)) + "/32 dev lo\n";
   for (const LinkSide side : topology_.sides(node)) {
     const std::string& interface = topology_.scenario().end(side).interface;
-    batch += "address add " + addressText(topology_.address(side)) + "/31 dev " + interface + "\n";
+    batch += "address add " + addressText(topology_.address(side)) + "/31 dev " + interface + " noprefixroute\n";
     batch += "link set dev " + interface + " up\n" + neighbour(side);
   }
   runIn(node, {"ip", "-batch", "-"}, batch);

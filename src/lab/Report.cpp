@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "lab/Configuration.h"
+
 namespace Lab {
 
 nlohmann::json faultReport(const Scenario& scenario, const Fault& fault, const FaultTimes& times) {
@@ -28,16 +30,36 @@ nlohmann::json faultReport(const Scenario& scenario, const Fault& fault, const F
   return entry;
 }
 
+namespace {
+
+nlohmann::json probeReport(const Probe& probe) {
+  return {{"srcGroup", probe.srcGroup}, {"dstGroup", probe.dstGroup}, {"rate", probe.rate},
+          {"distance", probe.distance}, {"ports", probe.ports},       {"enabled", probe.enabled}};
+}
+
+}  // namespace
+
+nlohmann::json configurationReport(const Topology& topology) {
+  const Configuration configuration = initialConfiguration(topology);
+  nlohmann::json report = {{"probes", nlohmann::json::object()}, {"switches", nlohmann::json::object()}};
+  for (const auto& [name, probe] : configuration.probes) report["probes"][name] = probeReport(probe);
+  for (std::size_t node = 0; node < topology.nodes(); ++node) {
+    const Configuration::Switch& each = configuration.switches[node];
+    nlohmann::json addresses = nlohmann::json::object();
+    for (const auto& [interface, address] : each.addresses) addresses[interface] = addressText(address);
+    report["switches"][topology.scenario().nodes[node].name] = {
+        {"groups", each.groups}, {"addresses", addresses}, {"hostname", each.hostname}};
+  }
+  return report;
+}
+
 nlohmann::json changeReport(const Scenario& scenario, const Change& change, double done) {
   nlohmann::json entry = {{"kind", changeKindName(change.kind)}, {"at", change.at}};
   if (change.node) entry["node"] = scenario.nodes[*change.node].name;
   switch (change.kind) {
     case ChangeKind::probe:
       entry["name"] = change.name;
-      if (change.probe)
-        entry["probe"] = {{"srcGroup", change.probe->srcGroup}, {"dstGroup", change.probe->dstGroup},
-                          {"rate", change.probe->rate},         {"distance", change.probe->distance},
-                          {"ports", change.probe->ports},       {"enabled", change.probe->enabled}};
+      if (change.probe) entry["probe"] = probeReport(*change.probe);
       break;
     case ChangeKind::group:
       entry["name"] = change.name;

@@ -18,6 +18,12 @@ struct FaultTimes {
 // The entry of `faults` for one fault: as in the scenario, and with `began` and `ended`.
 nlohmann::json faultReport(const Scenario& scenario, const Fault& fault, const FaultTimes& times);
 
+// What is configured, and which addresses there are, when probing starts: {"probes": {"p1": {...}}, "switches":
+// {"leaf1":
+// {"groups": {"leaves": ["lo"]}, "addresses": {"lo": "10.0.0.1"}, "hostname": "leaf1"}}}. With `changes` it is all that
+// a reader needs to say what must have come of it.
+nlohmann::json configurationReport(const Topology& topology);
+
 // The entry of `changes` for one change: as in the scenario, and with `done`, when it was carried out, in seconds since
 // probing started; negative: it was not.
 nlohmann::json changeReport(const Scenario& scenario, const Change& change, double done);

@@ -71,6 +71,7 @@ class Supervisor {
     report["faults"] = nlohmann::json::array();
     for (std::size_t fault = 0; fault < scenario_.faults.size(); ++fault)
       report["faults"].push_back(faultReport(scenario_, scenario_.faults[fault], faultTimes_[fault]));
+    report["configured"] = configurationReport(topology_);
     report["changes"] = nlohmann::json::array();
     for (std::size_t change = 0; change < scenario_.changes.size(); ++change)
       report["changes"].push_back(changeReport(scenario_, scenario_.changes[change], changeTimes_[change]));

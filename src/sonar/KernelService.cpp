@@ -3,18 +3,16 @@
 
 #include <sys/epoll.h>
 
+#include <vector>
+
 namespace Sonar {
 
 KernelService::IngressRows::IngressRows(Shelf::Storage& storage, Options const& options)
     : writer(storage, options.tables, ingressStreamStatisticsTableName, ingressStreamStatisticsTableType,
-             {.capacity = options.capacity}) {
-  writer.rowDelAll();
-}
+             {.capacity = options.capacity}) {}
 
 KernelService::EgressRows::EgressRows(Shelf::Storage& storage, Options const& options)
-    : writer(storage, options.tables, egressStreamTableName, egressStreamTableType, {.capacity = options.capacity}) {
-  writer.rowDelAll();
-}
+    : writer(storage, options.tables, egressStreamTableName, egressStreamTableType, {.capacity = options.capacity}) {}
 
 void KernelService::StreamMap::transmittersAre(EgressStream const& stream, std::set<std::string> const& transmitters) {
   activity.post([status = status, stream, transmitters] {
@@ -43,8 +41,8 @@ KernelService::KernelService(Platform::EventLoop& loop, Rix::Activity& activity,
       service_(std::make_unique<Service>(std::move(options.service),
                                          Service::Surroundings{view_, packets_, ingress_, egress_, map_})),
       self_(std::make_shared<KernelService*>(this)) {
+  adopt();
   service_->switchChanged(Platform::monotonicSeconds());
-  writeIpStatus();
   activity_.dispatch([this] { records_.status->runningIs(true); });
   for (int const fd : service_->fds()) {
     loop_.add(fd, EPOLLIN, [this](std::uint32_t) { service_->onReadable(Platform::monotonicSeconds()); });
@@ -76,19 +74,14 @@ void KernelService::handleConfig() {
 void KernelService::handleNetwork() {
   view_.update();
   service_->switchChanged(Platform::monotonicSeconds());
-  writeIpStatus();
 }
 
-void KernelService::writeIpStatus() {
-  activity_.dispatch([this] {
-    Ip::Status& status = *records_.ipStatus;
-    for (auto const& intf : status.intfStatusIterator()) {
-      if (!watcher_.snapshot().interface(intf->intfId().view())) status.intfStatusDel(intf->intfId());
-    }
-    for (Platform::NetworkInterface const& interface : watcher_.snapshot().interfaces) {
-      status.intfStatusIs(Netkit::IntfId(interface.name))->addressIs(Netkit::IpAddr(interface.address.value_or(0)));
-    }
-  });
+void KernelService::adopt() {
+  std::vector<IngressStreamStatisticsTableEntry> ingress;
+  ingress_.writer.rows([&](IngressStreamStatisticsTableEntry const& row) { ingress.push_back(row); });
+  std::vector<EgressStreamTable> egress;
+  egress_.writer.rows([&](EgressStreamTable const& row) { egress.push_back(row); });
+  service_->adopt(Platform::monotonicSeconds(), ingress, egress);
 }
 
 }  // namespace Sonar

@@ -3,14 +3,14 @@
 // process's loop and the records, and asks it for its next deadline.
 //
 // The service follows Sonar::Config at the end of each turn of the activity in which the record stands, and writes
-// Sonar::Status in turns of its own there. Its tables belong to nobody else.
+// Sonar::Status in turns of its own there. Its tables belong to nobody else, and outlive it: the next one that is made
+// over them goes on with what they hold.
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "model/SonarTables.h"
-#include "model/gen/Platform.h"
 #include "model/gen/Sonar.h"
 #include "platform/EventLoop.h"
 #include "platform/Netlink.h"
@@ -33,7 +33,6 @@ class KernelService {
   struct Records {
     Rix::Ptr<Config> config;
     Rix::Ptr<Status> status;
-    Rix::Ptr<Ip::Status> ipStatus;  ///< kept as the kernel has it
   };
 
   /// Opens everything in the network namespace of the calling thread. `loop`, `activity` and `storage` outlive this.
@@ -46,6 +45,11 @@ class KernelService {
 
   Rix::Seconds nextDeadline() const { return service_->nextDeadline(); }
   void onTimer(Rix::Seconds now) { service_->onTimer(now); }
+
+  /// See `Service`.
+  void agentRestarted() { service_->agentRestarted(Platform::monotonicSeconds()); }
+  void stop() { service_->stop(Platform::monotonicSeconds()); }
+  bool stopped() const { return service_->stopped(); }
 
   Service const& service() const { return *service_; }
 
@@ -73,7 +77,7 @@ class KernelService {
 
   void handleConfig();
   void handleNetwork();
-  void writeIpStatus();
+  void adopt();
 
   Platform::EventLoop& loop_;
   Rix::Activity& activity_;
