@@ -5,15 +5,36 @@
 
 namespace Sonar {
 
+namespace {
+
+// What stands in the table. One that somebody else has spoiled is begun anew.
+template <class Row, class Writer>
+std::vector<Row> rowsOf(Writer& writer) {
+  std::vector<Row> rows;
+  try {
+    writer.rows([&](Row const& row) { rows.push_back(row); });
+  } catch (Vesta::CorruptionDetectedException const&) {
+    rows.clear();
+    writer.rowDelAll();
+  }
+  return rows;
+}
+
+}  // namespace
+
 KernelService::IngressRows::IngressRows(Shelf::Storage& storage, Options const& options)
     : writer(storage, options.tables, ingressStreamStatisticsTableName, ingressStreamStatisticsTableType,
-             {.capacity = options.capacity}) {
-  writer.rowDelAll();
+             {.capacity = options.capacity}) {}
+
+std::vector<IngressStreamStatisticsTableEntry> KernelService::IngressRows::rows() {
+  return rowsOf<IngressStreamStatisticsTableEntry>(writer);
 }
 
 KernelService::EgressRows::EgressRows(Shelf::Storage& storage, Options const& options)
-    : writer(storage, options.tables, egressStreamTableName, egressStreamTableType, {.capacity = options.capacity}) {
-  writer.rowDelAll();
+    : writer(storage, options.tables, egressStreamTableName, egressStreamTableType, {.capacity = options.capacity}) {}
+
+std::vector<EgressStreamTable> KernelService::EgressRows::rows() {
+  return rowsOf<EgressStreamTable>(writer);
 }
 
 void KernelService::StreamMap::transmittersAre(EgressStream const& stream, std::set<std::string> const& transmitters) {
@@ -43,6 +64,7 @@ KernelService::KernelService(Platform::EventLoop& loop, Rix::Activity& activity,
       service_(std::make_unique<Service>(std::move(options.service),
                                          Service::Surroundings{view_, packets_, ingress_, egress_, map_})),
       self_(std::make_shared<KernelService*>(this)) {
+  service_->adopt(Platform::monotonicSeconds(), ingress_.rows(), egress_.rows());
   service_->switchChanged(Platform::monotonicSeconds());
   writeIpStatus();
   activity_.dispatch([this] { records_.status->runningIs(true); });
@@ -68,7 +90,7 @@ KernelService::~KernelService() {
 }
 
 void KernelService::handleConfig() {
-  configLog_->snapshot();  // noted from here on
+  configLog_->record();
   configChanged_ = false;
   service_->ordersAre(Platform::monotonicSeconds(), ordersOf(*records_.config, 1));
 }
