@@ -1,4 +1,6 @@
 // What a probe changes, and what a silence means.
+#include "sonar/ReceiverRows.h"
+
 #include <algorithm>
 
 #include "sonar/ReceiverParts.h"
