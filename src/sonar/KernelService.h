@@ -49,8 +49,9 @@ class KernelService {
   /// The switch's agent is a new one: see `Service`.
   void agentRestarted() { service_->agentRestarted(Platform::monotonicSeconds()); }
   /// For a stop that is to last longer than a moment: see `Service`. This may go at once, or be driven on until
-  /// `service().stopped()`.
+  /// it has `stopped`.
   void stop() { service_->stop(Platform::monotonicSeconds()); }
+  bool stopped() const { return service_->stopped(); }
 
   Rix::Seconds nextDeadline() const { return service_->nextDeadline(); }
   void onTimer(Rix::Seconds now) { service_->onTimer(now); }
