@@ -13,7 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   if (Sonar::rejectionName(rejection).empty()) std::abort();
   if (rejection != Sonar::Rejection::none) return 0;
   // The payload ends where the IP header says; key 9 is accepted too, and does not sign.
-  auto const payload = Sonar::encodeProbe(packet.probe, packet.flow, keys);
+  bool const isProbe = packet.kind == Sonar::PacketKind::probe;
+  if (!isProbe && packet.notice.kind != packet.kind) std::abort();
+  auto const payload = isProbe ? Sonar::encodeProbe(packet.probe, packet.flow, keys)
+                               : Sonar::encodeNotice(packet.notice, packet.flow, keys);
   std::size_t const start = static_cast<std::size_t>(data[0] & 15) * 4 + Sonar::udpHeaderSize;
   bool const signedByUs = data[start + 7] == keys.signingId();
   if (signedByUs && !std::equal(payload.begin(), payload.end(), data + start)) std::abort();

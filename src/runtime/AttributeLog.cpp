@@ -271,14 +271,18 @@ std::string AttributeLog::flush() {
   return writer.take();
 }
 
-std::string AttributeLog::snapshot() {
+void AttributeLog::record() {
   stop();
   nextSlot_ = 0;
   freeSlots_.clear();
   renumber(*tree_);
+  recording_ = true;
+}
+
+std::string AttributeLog::snapshot() {
+  record();
   ByteWriter writer;
   encodeNode(*tree_, writer);
-  recording_ = true;
   return writer.take();
 }
 

@@ -52,6 +52,8 @@ class AttributeLog {
 
   // Whether changes are noted. Off at first, and while nobody reads; a snapshot turns it on.
   bool recording() const { return recording_; }
+  // Notes changes from here on, as after a snapshot that nobody wants to have.
+  void record();
   // Forgets what was noted, and notes nothing until the next snapshot.
   void stop();
 

@@ -1,6 +1,6 @@
-// What becomes of rows when a stream ends on purpose, and when a service or an agent restarts: whole services on a small
-// fabric, on virtual time, each case with a number of seeds. Nothing may look like loss, and nothing may be left of a
-// stream that has ended.
+// What becomes of rows when a stream ends on purpose, and when a service or an agent restarts: whole services on a
+// small fabric, on virtual time, each case with a number of seeds. Nothing may look like loss, and nothing may be left
+// of a stream that has ended.
 #include <gtest/gtest.h>
 
 #include "sonar/TestClos.h"

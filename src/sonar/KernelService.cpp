@@ -3,16 +3,39 @@
 
 #include <sys/epoll.h>
 
-#include <vector>
-
 namespace Sonar {
+
+namespace {
+
+// What stands in the table. One that somebody else has spoiled is begun anew.
+template <class Row, class Writer>
+std::vector<Row> rowsOf(Writer& writer) {
+  std::vector<Row> rows;
+  try {
+    writer.rows([&](Row const& row) { rows.push_back(row); });
+  } catch (Vesta::CorruptionDetectedException const&) {
+    rows.clear();
+    writer.rowDelAll();
+  }
+  return rows;
+}
+
+}  // namespace
 
 KernelService::IngressRows::IngressRows(Shelf::Storage& storage, Options const& options)
     : writer(storage, options.tables, ingressStreamStatisticsTableName, ingressStreamStatisticsTableType,
              {.capacity = options.capacity}) {}
 
+std::vector<IngressStreamStatisticsTableEntry> KernelService::IngressRows::rows() {
+  return rowsOf<IngressStreamStatisticsTableEntry>(writer);
+}
+
 KernelService::EgressRows::EgressRows(Shelf::Storage& storage, Options const& options)
     : writer(storage, options.tables, egressStreamTableName, egressStreamTableType, {.capacity = options.capacity}) {}
+
+std::vector<EgressStreamTable> KernelService::EgressRows::rows() {
+  return rowsOf<EgressStreamTable>(writer);
+}
 
 void KernelService::StreamMap::transmittersAre(EgressStream const& stream, std::set<std::string> const& transmitters) {
   activity.post([status = status, stream, transmitters] {
@@ -41,7 +64,7 @@ KernelService::KernelService(Platform::EventLoop& loop, Rix::Activity& activity,
       service_(std::make_unique<Service>(std::move(options.service),
                                          Service::Surroundings{view_, packets_, ingress_, egress_, map_})),
       self_(std::make_shared<KernelService*>(this)) {
-  adopt();
+  service_->adopt(Platform::monotonicSeconds(), ingress_.rows(), egress_.rows());
   service_->switchChanged(Platform::monotonicSeconds());
   activity_.dispatch([this] { records_.status->runningIs(true); });
   for (int const fd : service_->fds()) {
@@ -66,7 +89,7 @@ KernelService::~KernelService() {
 }
 
 void KernelService::handleConfig() {
-  configLog_->snapshot();  // noted from here on
+  configLog_->record();
   configChanged_ = false;
   service_->ordersAre(Platform::monotonicSeconds(), ordersOf(*records_.config, 1));
 }
@@ -74,14 +97,6 @@ void KernelService::handleConfig() {
 void KernelService::handleNetwork() {
   view_.update();
   service_->switchChanged(Platform::monotonicSeconds());
-}
-
-void KernelService::adopt() {
-  std::vector<IngressStreamStatisticsTableEntry> ingress;
-  ingress_.writer.rows([&](IngressStreamStatisticsTableEntry const& row) { ingress.push_back(row); });
-  std::vector<EgressStreamTable> egress;
-  egress_.writer.rows([&](EgressStreamTable const& row) { egress.push_back(row); });
-  service_->adopt(Platform::monotonicSeconds(), ingress, egress);
 }
 
 }  // namespace Sonar

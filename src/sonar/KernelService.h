@@ -3,12 +3,13 @@
 // process's loop and the records, and asks it for its next deadline.
 //
 // The service follows Sonar::Config at the end of each turn of the activity in which the record stands, and writes
-// Sonar::Status in turns of its own there. Its tables belong to nobody else, and outlive it: the next one that is made
-// over them goes on with what they hold.
+// Sonar::Status in turns of its own there. Its tables belong to nobody else, and outlive it: the next one goes on with
+// what they hold.
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "model/SonarTables.h"
 #include "model/gen/Sonar.h"
@@ -43,13 +44,15 @@ class KernelService {
   KernelService(KernelService const&) = delete;
   KernelService& operator=(KernelService const&) = delete;
 
-  Rix::Seconds nextDeadline() const { return service_->nextDeadline(); }
-  void onTimer(Rix::Seconds now) { service_->onTimer(now); }
-
-  /// See `Service`.
+  /// The switch's agent is a new one: see `Service`.
   void agentRestarted() { service_->agentRestarted(Platform::monotonicSeconds()); }
+  /// For a stop that is to last longer than a moment: see `Service`. This may go at once, or be driven on until
+  /// it has `stopped`.
   void stop() { service_->stop(Platform::monotonicSeconds()); }
   bool stopped() const { return service_->stopped(); }
+
+  Rix::Seconds nextDeadline() const { return service_->nextDeadline(); }
+  void onTimer(Rix::Seconds now) { service_->onTimer(now); }
 
   Service const& service() const { return *service_; }
 
@@ -57,12 +60,14 @@ class KernelService {
   struct IngressRows : IngressTable {
     IngressStreamWriter writer;
     IngressRows(Shelf::Storage& storage, Options const& options);
+    std::vector<IngressStreamStatisticsTableEntry> rows();
     void rowIs(IngressStreamStatisticsTableEntry const& row) override { writer.rowIs(row); }
     void rowDel(IngressStream const& key) override { writer.rowDel(key); }
   };
   struct EgressRows : EgressTable {
     EgressStreamWriter writer;
     EgressRows(Shelf::Storage& storage, Options const& options);
+    std::vector<EgressStreamTable> rows();
     void rowIs(EgressStreamTable const& row) override { writer.rowIs(row); }
     void rowDel(EgressStream const& key) override { writer.rowDel(key); }
   };
@@ -77,7 +82,6 @@ class KernelService {
 
   void handleConfig();
   void handleNetwork();
-  void adopt();
 
   Platform::EventLoop& loop_;
   Rix::Activity& activity_;

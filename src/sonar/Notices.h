@@ -95,7 +95,7 @@ class Notices {
   Netkit::IpAddr ownAddress_{};
   U64 lastSerial_ = 0;
   std::unordered_map<U64, Waiting> waiting_;
-  Lane urgent_;   // what is not waiting any more is passed over
+  Lane urgent_;  // what is not waiting any more is passed over
   Lane patient_;
   std::vector<OutgoingNotice> ready_;
   double tokens_ = burst;

@@ -253,8 +253,11 @@ class Services {
       for (int const fd : receiver->fds()) waits.push_back({fd, POLLIN, 0});
       int const wait = static_cast<int>(std::clamp((next - now()) * 1000, 0.0, 100.0));
       poll(waits.data(), waits.size(), wait);
-      receiver->onReadable(now());
-      receiver->onTimer(now());
+      // What it answers must leave from its own namespace.
+      switches.inReceiver([&] {
+        receiver->onReadable(now());
+        receiver->onTimer(now());
+      });
       sender->onTimer(now());
     }
   }
@@ -287,6 +290,24 @@ TEST(PacketIo, twoServicesCountTheSameProbesAndALossIsSeen) {
                 });
               });
               require(services.sender->sender().counts().failed > 0, "a blackhole at the source is an error there");
+            }),
+            "");
+}
+
+TEST(PacketIo, whatSwitchesTellEachOtherTravelsToo) {
+  EXPECT_EQ(play([] {
+              Services services(KernelPacketIo::TapMode::open);
+              services.runUntil([&] {
+                return services.ingress.rows.size() == 4 && services.receiver->notices().counts().answered == 4;
+              });
+              services.sender->stop(Services::now());
+              services.runUntil([&] {
+                return std::all_of(services.ingress.rows.begin(), services.ingress.rows.end(), [&](auto const& entry) {
+                  return services.receiver->receiver().state(entry.first) == RowState::held;
+                });
+              });
+              require(services.egress.rows.empty(), "rows of what has ended");
+              require(services.sender->notices().counts().sent >= 8, "neither marks nor answers");
             }),
             "");
 }

@@ -90,8 +90,7 @@ Rejection parsePayload(std::span<U8 const> payload, Keyring const& keys, Receive
   if (bytes[4] != version) return Rejection::badVersion;
   if (bytes[5] >= packetKindCount) return Rejection::badKind;
   out.kind = static_cast<PacketKind>(bytes[5]);
-  auto const rejection =
-      out.kind == PacketKind::probe ? parseProbe(bytes, out.probe) : parseNotice(bytes, out.notice);
+  auto const rejection = out.kind == PacketKind::probe ? parseProbe(bytes, out.probe) : parseNotice(bytes, out.notice);
   if (rejection != Rejection::none) return rejection;
   SipKey const* const key = keys.key(bytes[7]);
   if (!key) return Rejection::unknownKey;

@@ -48,8 +48,8 @@ inline constexpr std::size_t udpHeaderSize = 8;
 enum class PacketKind : U8 {
   probe = 0,
   // From the stream's source.
-  end = 1,      ///< the stream is sent no more at this ttl; `number` is the last. On the probes' own way, or to a holder
-  freeze = 2,   ///< to a switch that had the ttl: from `number` on another one has it, or its way has been left
+  end = 1,     ///< the stream is sent no more at this ttl; `number` is the last. On the probes' own way, or to a holder
+  freeze = 2,  ///< to a switch that had the ttl: from `number` on another one has it, or its way has been left
   running = 3,  ///< answers a question: the stream runs, `number` was its last, `holder` has it as far as is known
   // To the stream's source.
   takeover = 4,  ///< the ttl ends here; `number` was the first that came

@@ -35,6 +35,20 @@ std::vector<U8> validPacket() {
   return ipPacket(flow, encodeProbe(everyFieldSet(), flow, testKeys()));
 }
 
+Notice everyFieldSet(PacketKind kind) {
+  bool const paced = kind == PacketKind::running;
+  return {.kind = kind,
+          .ttl = 3,
+          .stream = {Netkit::IpAddr(0x0a000011), Netkit::IpAddr(0x0a000012), 20007, probePort},
+          .streamTag = 0x11121314,
+          .auxIp = Netkit::IpAddr(0x21222324),
+          .number = {0x3132333435363738, 0x4142434445464748},
+          .serial = 0x5152535455565758,
+          .holder = Netkit::IpAddr(0x61626364),
+          .interval = paced ? 0x71727374U : 0,
+          .robustness = static_cast<U16>(paced ? 0x0102 : 0)};
+}
+
 Rejection parsed(std::vector<U8> const& packet) {
   ReceivedPacket out;
   return parsePacket(packet, testKeys(), out);
@@ -136,6 +150,59 @@ TEST(Probe, bytesAtRandomAreNeverTaken) {
   }
 }
 
+TEST(Notice, ofEachKindComesBackAsItWasSent) {
+  for (std::size_t i = 1; i < packetKindCount; ++i) {
+    auto const notice = everyFieldSet(static_cast<PacketKind>(i));
+    ReceivedPacket out;
+    ASSERT_EQ(parsePacket(ipPacket(flow, encodeNotice(notice, flow, testKeys()), 60), testKeys(), out),
+              Rejection::none);
+    EXPECT_EQ(out.kind, notice.kind);
+    EXPECT_EQ(out.notice, notice);
+    EXPECT_EQ(out.flow, flow);
+  }
+}
+
+TEST(Notice, withOneBitChangedIsRejected) {
+  auto const valid = ipPacket(flow, encodeNotice(everyFieldSet(PacketKind::running), flow, testKeys()));
+  for (std::size_t bit = 12 * 8; bit < valid.size() * 8; ++bit) {
+    auto forged = valid;
+    forged[bit / 8] = static_cast<U8>(forged[bit / 8] ^ (1U << bit % 8));
+    bool const checksum = bit / 8 == 26 || bit / 8 == 27;
+    EXPECT_EQ(parsed(forged) == Rejection::none, checksum) << "bit " << bit % 8 << " of byte " << bit / 8;
+  }
+}
+
+TEST(Notice, ofAnotherKeyOrOnAnotherFlowIsRejected) {
+  auto const notice = everyFieldSet(PacketKind::freeze);
+  Keyring stolenId;
+  stolenId.keyIs(7, {1, 2});
+  EXPECT_EQ(parsed(ipPacket(flow, encodeNotice(notice, flow, stolenId))), Rejection::badTag);
+  Flow other = flow;
+  other.destination = Netkit::IpAddr(0x0a000009);
+  EXPECT_EQ(parsed(ipPacket(other, encodeNotice(notice, flow, testKeys()))), Rejection::badTag);
+}
+
+TEST(Notice, saysOnlyWhatItsKindHasToSay) {
+  auto const outcome = [](Notice const& notice) {
+    return parsed(ipPacket(flow, encodeNotice(notice, flow, testKeys())));
+  };
+  auto notice = everyFieldSet(PacketKind::takeover);
+  notice.interval = 1;
+  EXPECT_EQ(outcome(notice), Rejection::badInterval);
+  notice = everyFieldSet(PacketKind::takeover);
+  notice.robustness = 1;
+  EXPECT_EQ(outcome(notice), Rejection::badRobustness);
+  notice = everyFieldSet(PacketKind::running);
+  notice.interval = 0;
+  EXPECT_EQ(outcome(notice), Rejection::badInterval);
+  notice = everyFieldSet(PacketKind::end);
+  notice.ttl = 0;
+  EXPECT_EQ(outcome(notice), Rejection::badTtl);
+  notice = everyFieldSet(PacketKind::end);
+  notice.number.sequence = 0;
+  EXPECT_EQ(outcome(notice), Rejection::badSequence);
+}
+
 // The inputs that the fuzzing starts from reach every branch: one file for each reason, named after it.
 TEST(Probe, theCorpusHasAnInputForEveryRejection) {
   auto const folder = std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/probe";
@@ -145,6 +212,17 @@ TEST(Probe, theCorpusHasAnInputForEveryRejection) {
     ASSERT_TRUE(file) << rejectionName(rejection);
     std::vector<U8> const packet{std::istreambuf_iterator<char>(file), {}};
     EXPECT_EQ(rejectionName(parsed(packet)), rejectionName(rejection));
+  }
+}
+
+TEST(Probe, theCorpusHasAnInputForEveryKind) {
+  auto const folder = std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/probe";
+  for (std::size_t i = 1; i < packetKindCount; ++i) {
+    std::ifstream file(folder / ("notice_" + std::to_string(i)), std::ios::binary);
+    std::vector<U8> const packet{std::istreambuf_iterator<char>(file), {}};
+    ReceivedPacket out;
+    ASSERT_EQ(parsePacket(packet, testKeys(), out), Rejection::none) << i;
+    EXPECT_EQ(out.kind, static_cast<PacketKind>(i));
   }
 }
 

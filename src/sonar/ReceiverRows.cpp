@@ -1,4 +1,6 @@
 // What a probe changes, and what a silence means.
+#include "sonar/ReceiverRows.h"
+
 #include <algorithm>
 
 #include "sonar/ReceiverParts.h"
@@ -254,10 +256,8 @@ void ReceiverRows::tellTakeover(Rix::Seconds now, SubStream& sub) {
   if (now < sub.nextTakeover) return;
   sub.nextTakeover = now + takeoverPeriod;
   notices_.forget(sub.takeoverSerial);
-  auto const urgency =
-      sub.window.highest() <= beginning ? Notices::Urgency::patient : Notices::Urgency::urgent;
-  sub.takeoverSerial =
-      notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::takeover), urgency);
+  auto const urgency = sub.window.highest() <= beginning ? Notices::Urgency::patient : Notices::Urgency::urgent;
+  sub.takeoverSerial = notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::takeover), urgency);
   sub.owesTakeover = sub.takeoverSerial == 0;
 }
 
@@ -265,8 +265,8 @@ void ReceiverRows::tellTakeover(Rix::Seconds now, SubStream& sub) {
 void ReceiverRows::ask(Rix::Seconds now, SubStream& sub) {
   sub.nextQuestion = now + questionPeriod;
   notices_.forget(sub.questionSerial);
-  sub.questionSerial = notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::question),
-                                     Notices::Urgency::patient);
+  sub.questionSerial =
+      notices_.tell(now, sub.stream->id.srcIp(), noticeOf(sub, PacketKind::question), Notices::Urgency::patient);
 }
 
 Notice ReceiverRows::noticeOf(SubStream const& sub, PacketKind kind) const {

@@ -143,6 +143,15 @@ TEST_F(Sender, deadlinesAreAbsolute) {
   EXPECT_EQ(plan.counts().skipped, 0U);
 }
 
+TEST_F(Sender, theFirstDeadlineMayBeMissedToo) {
+  order().hopsRate = {{1, rate(10)}};
+  apply();
+  std::vector<OutgoingProbe> probes;
+  plan.takeDue(plan.nextDue() + 0.03, 10, probes);
+  ASSERT_EQ(probes.size(), 1U);
+  EXPECT_NEAR(plan.counts().worstLateness, 0.03, 1e-9);
+}
+
 TEST_F(Sender, aLateProbeIsSentAndWhatWasMissedAltogetherIsLeftOutWithoutAGap) {
   order().hopsRate = {{1, rate(10)}};
   apply();

@@ -174,8 +174,8 @@ void Service::hearNotice(Rix::Seconds now, ReceivedPacket const& packet) {
   }
 }
 
-// A source whose link to a switch is down has no way to tell it, where switches of one tier reach each other only by way
-// of those below. The stream's destination is one that has another way, and passes it on, once.
+// A source whose link to a switch is down has no way to tell it, where switches of one tier reach each other only by
+// way of those below. The stream's destination is one that has another way, and passes it on, once.
 void Service::passOn(Rix::Seconds now, ReceivedPacket const& packet) {
   Notice notice = packet.notice;
   Netkit::IpAddr const to = std::exchange(notice.holder, Netkit::IpAddr());
@@ -211,7 +211,8 @@ void Service::sendNotices(Rix::Seconds now) {
   notices_.takeDue(now, told_);
   outgoing_.clear();
   for (auto& [flow, hopLimit, notice] : told_) {
-    bool const forHolder = notice.kind == PacketKind::freeze || (notice.kind == PacketKind::end && flow != notice.stream);
+    bool const forHolder =
+        notice.kind == PacketKind::freeze || (notice.kind == PacketKind::end && flow != notice.stream);
     if (forHolder && notice.holder == Netkit::IpAddr() && !view_.hasRoute(flow.destination)) {
       notice.holder = std::exchange(flow.destination, notice.stream.destination);
     }

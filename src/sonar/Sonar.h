@@ -1,7 +1,7 @@
 // The probing service: sends what its orders say, counts what ends here, and judges what is silent. It ties the sending
 // plan and the receivers' rows to the packets, and is driven from outside: an event loop waits on `fds()` and until
-// `nextDeadline()`, and calls in with the time. What switches have to tell each other leaves in the same turn. It knows the system by its orders and its tables alone, and owns no
-// clock, file or thread.
+// `nextDeadline()`, and calls in with the time. What switches have to tell each other leaves in the same turn. It knows
+// the system by its orders and its tables alone, and owns no clock, file or thread.
 #pragma once
 
 #include <array>

@@ -20,7 +20,7 @@ namespace Sonar {
 
 class TestFabric {
  public:
-  static constexpr Rix::Seconds delay = 0.0005;  // of each hop
+  static constexpr Rix::Seconds delay = 0.0005;        // of each hop
   static constexpr Rix::Seconds exportInterval = 5.0;  // in which an agent tells that a row has gone
 
   struct Node;
@@ -29,7 +29,7 @@ class TestFabric {
     Node* peer = nullptr;
     std::string peerPort;
     bool up = true;
-    double loss = 0;                                 // of what leaves by it
+    double loss = 0;                                     // of what leaves by it
     std::function<bool(OutgoingPacket const&)> drops{};  // of what leaves by it
   };
 
@@ -38,9 +38,7 @@ class TestFabric {
     Node const& node;
     View(TestFabric const& theFabric, Node const& theNode) : fabric(theFabric), node(theNode) {}
     bool linkUp(Netkit::IntfId interface) const override { return fabric.isUp(node, interface.stringValue()); }
-    bool hasRoute(Netkit::IpAddr address) const override {
-      return isLocal(address) || fabric.hasRoute(node, address);
-    }
+    bool hasRoute(Netkit::IpAddr address) const override { return isLocal(address) || fabric.hasRoute(node, address); }
     Netkit::IntfId egressIntf(Netkit::IpAddr source, Netkit::IpAddr destination, U16 sourcePort) const override {
       auto const port = fabric.nextHop(node, {source, destination, sourcePort, probePort});
       return port ? intf(*port) : Netkit::IntfId();
@@ -265,8 +263,8 @@ class TestFabric {
   }
 
   Rix::Seconds now = 1000;
-  std::vector<Dormancy> dormancies;      // all that were ever shown
-  std::vector<Dormancy> earlyRemovals;   // of received rows while their sender's row may have been known
+  std::vector<Dormancy> dormancies;     // all that were ever shown
+  std::vector<Dormancy> earlyRemovals;  // of received rows while their sender's row may have been known
   std::function<void(Node&, std::vector<U8> const&, std::string const& port)> onNotice;  // sees each that arrives
 
  private:
@@ -372,7 +370,7 @@ class TestFabric {
 
   std::mt19937_64 random_;
   std::vector<std::unique_ptr<Node>> nodes_;
-  std::deque<InFlight> inFlight_;  // all take equally long, so they are in order
+  std::deque<InFlight> inFlight_;                    // all take equally long, so they are in order
   std::map<StreamFields, Rix::Seconds> senderGone_;  // when its row went, `never` while it stands
 };
 
