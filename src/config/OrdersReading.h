@@ -7,6 +7,9 @@
 // members of the peer group report, and the stale ones: an address that a member lost, by reporting zero or by the
 // removal of the interface, while the order stood, until some member reports it again.
 //
+// Restarts are part of the history. They change no input by themselves, and yet end what only the order itself
+// remembers.
+//
 // Addresses have to be unique among the members and interfaces of a group.
 #pragma once
 
@@ -84,6 +87,24 @@ class Reading {
       for (auto const ip : reported(next, key, peer)) stale.erase(ip);
     });
     inputs_ = next;
+  }
+
+  // A switch's agent has started anew, and its report has replaced the one before, whole for whole: the switch leaves
+  // its groups with the addresses that it had last, and comes again. So its own orders begin anew, without stale
+  // addresses. In the orders of others nothing becomes stale by that, not even what it had last and has no more; what
+  // was stale there before stays.
+  void reportReplaced(std::string const& self, Inputs const& next) {
+    Inputs without = inputs_;
+    without.reports.erase(self);
+    inputsAre(without);
+    inputsAre(next);
+  }
+  // A new centre makes all orders from the reports that are stored, so that no address is stale; the switches' copies
+  // are made equal to them. What a switch has lost while there was no centre is a change that comes after this.
+  void centreStarted(Inputs const& next) {
+    stale_.clear();
+    inputs_ = {};
+    inputsAre(next);
   }
 
   Orders orders() const {

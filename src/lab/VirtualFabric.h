@@ -93,6 +93,7 @@ class VirtualFabric {
   // How many of the scenario's flows pass this side now.
   std::size_t flowsOver(LinkSide side) const;
 
+  bool centreRuns() const { return centre_ != nullptr; }
   // Precondition of these: the centre runs.
   Zeb::Agent& centre() const;
   Zeb::ZebStatus& status() const { return *centre().status(); }
