@@ -298,6 +298,10 @@ void VirtualFabric::hashSeedIs(std::size_t node, std::uint64_t seed) {
   refresh();
 }
 
+void VirtualFabric::send(const VirtualNetwork::Sending& packet) {
+  network_.send(time_.now(), packet.node, packet.flow, packet.hopLimit, packet.payload);
+}
+
 void VirtualFabric::runUntil(double time) {
   RIX_ASSERT(time >= now(), time);
   advance(zero + time);

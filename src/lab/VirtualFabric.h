@@ -55,6 +55,8 @@ class VirtualFabric {
   void probeEnabledIs(const std::string& name, bool enabled);
   // This switch shares flows out over equal paths in another way from now on.
   void hashSeedIs(std::size_t node, std::uint64_t seed);
+  // Somebody else at that node sends this packet.
+  void send(const VirtualNetwork::Sending& packet);
   // Each dies now and is there again `down` seconds later.
   void agentRestart(std::size_t node, double down);
   void sonarRestart(std::size_t node, double down);
@@ -86,6 +88,7 @@ class VirtualFabric {
   // As it is now.
   const Configuration& configuration() const { return configuration_; }
   VirtualNetwork& network() { return network_; }
+  const Sonar::Keyring& keys() const { return keys_; }
   VirtualSwitch& node(std::size_t node) { return *switches_[node]; }
   // The node of that name. Precondition: there is one.
   std::size_t nodeNamed(const std::string& name) const;

@@ -174,6 +174,7 @@ bool VirtualNetwork::send(double now, std::size_t node, const Sonar::Flow& flow,
   RIX_ASSERT(hopLimit > 0);
   std::optional<LinkSide> side = nextHop(node, flow);
   if (!side) return false;
+  if (loses_ && loses_({node, flow, hopLimit, payload})) return true;
   double when = now;
   for (std::uint8_t left = hopLimit;; --left) {
     when += hopDelay * (1 + static_cast<double>(random() >> 11) * 0x1p-53);

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -47,6 +48,17 @@ class VirtualNetwork {
   // A packet leaves `node` at `now` with this hop limit, at least 1. False: it has no route.
   bool send(double now, std::size_t node, const Sonar::Flow& flow, std::uint8_t hopLimit,
             const Sonar::ProbePayload& payload);
+  // A packet as it leaves its first node.
+  struct Sending {
+    std::size_t node;
+    Sonar::Flow flow;
+    std::uint8_t hopLimit;
+    Sonar::ProbePayload payload;
+    bool isProbe() const { return payload[5] == static_cast<std::uint8_t>(Sonar::PacketKind::probe); }
+  };
+  // Somebody who sees all that is sent. True: it is lost on its way.
+  void lossIs(std::function<bool(const Sending&)> loses) { loses_ = std::move(loses); }
+
   // A packet that ended at a node, from its first header byte on.
   struct Arrival {
     double when = 0;
@@ -99,6 +111,7 @@ class VirtualNetwork {
 
   const Topology& topology_;
   std::uint64_t randomState_;
+  std::function<bool(const Sending&)> loses_;
   Condition condition_;
   std::vector<Node> nodes_;
   std::vector<Netkit::IntfId> sideNames_;  // by link and side
