@@ -101,8 +101,9 @@ struct Road : AnalysisTest {
   }
   // Sends probes twice a second until then, starting in half a second; a miss is seen as dormancy at once.
   void probeUntil(double until) {
-    for (double now = time.now() + 0.5; now <= until; now += 0.5) {
-      at(now, [this] {
+    double const start = time.now();
+    for (int sent = 1; start + 0.5 * sent <= until; ++sent) {
+      at(start + 0.5 * sent, [this] {
         sendProbes();
         noteDormancy();
       });

@@ -230,6 +230,31 @@ TEST_F(CentralSide, ReportsAndProbesMeetInGroupsWhileTheServiceIsOnAndNothingOfT
   EXPECT_EQ(status->group("leaves")->members(), 1u);
 }
 
+// The publisher looks at a new probe's groups once. Were it told of the probe before the group builder is, it would find
+// no group, and a group that comes later brings its probe only after it has been announced.
+TEST_F(CentralSide, AProbeAddedWhileTheServiceIsOnGetsItsOrdersAlsoAfterTheMachinesWereMadeAnew) {
+  startRunning();
+  addReport(1, "leaf1");
+  addReport(2, "leaf2");
+  Rix::Name const name(switchId(1).stringValue());
+  auto const orders = Rix::make<ZebSonarConfigV1>();
+  waveConfigDir->entityPtrIs(name, orders);
+  auto const addProbe = [this](char const* probeName) {
+    auto const probe = Rix::make<ZebProbeConfig>(probeName);
+    probe->srcGroupIs("leaves");
+    probe->dstGroupIs("leaves");
+    config->probeConfigAdopt(probe);
+  };
+  addProbe("first");
+  EXPECT_NE(orders->transmitter("first:leaves"), nullptr);
+  config->enabledIs(false);
+  EXPECT_EQ(orders->transmitters(), 0U);
+  config->enabledIs(true);
+  addProbe("second");
+  EXPECT_NE(orders->transmitter("first:leaves"), nullptr);
+  EXPECT_NE(orders->transmitter("second:leaves"), nullptr);
+}
+
 TEST_F(CentralSide, TheStatisticsGoOnWhileTheServiceIsOffIfNoStreamIsReceivedByAnyone) {
   startRunning();
   config->enabledIs(false);

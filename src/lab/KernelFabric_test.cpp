@@ -465,6 +465,72 @@ TEST(KernelFabric, KeepsQuietAboutProbesThatExpire) {
             "");
 }
 
+Flow flowBetween(std::uint32_t source, std::uint32_t destination, std::uint16_t port = 20000) {
+  return {leaf1, leaf2, source, destination, port, 3};
+}
+
+TEST(KernelFabric, MovesAnAddressWithoutAGapAndRoutesToTheOldOneUntilTheNextRoutes) {
+  EXPECT_EQ(inSandbox([](Failures& failures) {
+              Nodes nodes("duration: 1\n");
+              const std::uint32_t own = nodes.topology.loopback(leaf1), before = nodes.topology.loopback(leaf2);
+              const std::uint32_t after = 0x0a090909;
+              const auto length = [&](std::uint32_t source, std::uint32_t destination) {
+                return nodes.fabric.paths({flowBetween(source, destination)})[0].size();
+              };
+              nodes.fabric.addressIs(leaf2, "lo", after);
+              failures.equal(length(own, after), 2u, "links to the new address");
+              failures.equal(length(own, before), 2u, "links to where the old one was");
+              nodes.fabric.route({true, true, true, true, true, true, true, true});
+              failures.equal(length(own, after), 2u, "links to the new address with new routes");
+              failures.equal(length(own, before), 0u, "links towards the old one, which nobody announces");
+              nodes.fabric.addressIs(leaf1, "lo", std::nullopt);
+              nodes.fabric.addressIs(leaf1, "lo", 0x0a080808);
+              failures.equal(length(0x0a080808, after), 2u, "links from an address that came after none");
+            }),
+            "");
+}
+
+TEST(KernelFabric, ReachesTheAddressOfALinkThatIsInAGroupAndKeepsTheLinkWhenItGoes) {
+  EXPECT_EQ(inSandbox([](Failures& failures) {
+              Nodes nodes("duration: 60\nchanges: [{at: 1, kind: group, node: leaf2, name: leaves, add: [eth1]}]\n");
+              const std::uint32_t own = nodes.topology.loopback(leaf1);
+              const std::uint32_t ofLink = nodes.topology.address(leaf2, "eth1");
+              const auto length = [&](std::uint32_t destination) {
+                return nodes.fabric.paths({flowBetween(own, destination)})[0].size();
+              };
+              failures.equal(length(ofLink), 2u, "links to the address of a link");
+              nodes.fabric.addressIs(leaf2, "eth1", std::nullopt);
+              nodes.fabric.route({true, true, true, true, true, true, true, true});
+              failures.equal(length(ofLink), 0u, "links towards an address that is gone");
+              for (std::uint16_t port = 20000; port < 20012; ++port)
+                failures.equal(nodes.hops(leaf2, leaf1, port), 2, "links from where it was");
+              nodes.fabric.addressIs(leaf2, "eth1", 0x0a070707);
+              failures.equal(length(0x0a070707), 2u, "links to another address of the link");
+              nodes.fabric.addressIs(leaf2, "eth1", ofLink);
+              failures.equal(length(ofLink), 2u, "links to the address that was there before");
+            }),
+            "");
+}
+
+TEST(KernelFabric, SharesFlowsOutInAnotherWay) {
+  EXPECT_EQ(inSandbox([](Failures& failures) {
+              Nodes nodes("duration: 1\n");
+              std::vector<Flow> flows;
+              for (std::uint16_t port = 20000; port < 20064; ++port)
+                flows.push_back(flowBetween(nodes.topology.loopback(leaf1), nodes.topology.loopback(leaf2), port));
+              const auto before = nodes.fabric.paths(flows);
+              nodes.fabric.hashIs(leaf1, 99);
+              const auto after = nodes.fabric.paths(flows);
+              std::size_t moved = 0;
+              for (std::size_t flow = 0; flow < flows.size(); ++flow) {
+                failures.equal(after[flow].size(), 2u, "links of a flow");
+                moved += before[flow] != after[flow] ? 1u : 0u;
+              }
+              failures.expect(moved > 8 && moved < 56, std::to_string(moved) + " of 64 flows moved");
+            }),
+            "");
+}
+
 TEST(KernelFabric, SaysWhichNodeAndWhatFailed) {
   // An interface can be taken away from below; the next command on it then has something to say.
   EXPECT_EQ(inSandbox([](Failures& failures) {

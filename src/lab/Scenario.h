@@ -73,8 +73,8 @@ struct Change {
   double at = 0;                    // seconds since probing started
   std::optional<std::size_t> node;  // of group, address, hostname, hash; of service: none for the centre's; of restart:
                                     // none for the centre
-  std::string name;                                    // of probe and group: which; of hostname: the new one
-  std::optional<Probe> probe;                          // of probe: none, it is removed
+  std::string name;                 // of probe and group: which; of hostname: the new one
+  std::optional<Probe> probe;       // of probe: none, it is removed
   std::optional<std::vector<std::string>> interfaces;  // of group: none, it is removed
   std::string interface;                               // of address
   std::optional<std::uint32_t> address;                // of address: host byte order; none, the interface loses its own

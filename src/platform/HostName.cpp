@@ -25,7 +25,8 @@ HostName::HostName() : file_(::open(path, O_RDONLY | O_CLOEXEC)) {
 
 bool HostName::onChange() {
   char name[longest + 1] = {};
-  if (::gethostname(name, sizeof name) != 0) throw std::runtime_error(std::string("gethostname: ") + std::strerror(errno));
+  if (::gethostname(name, sizeof name) != 0)
+    throw std::runtime_error(std::string("gethostname: ") + std::strerror(errno));
   if (name_ == name) return false;
   name_ = name;
   return true;

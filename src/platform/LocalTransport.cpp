@@ -26,7 +26,7 @@ Rix::TraceHandle traceHandle("LocalTransport");
 
 constexpr std::size_t lengthSize = 4;
 // What one turn of the loop reads from one link, so that others and timers get theirs.
-constexpr std::size_t readAtOnce = 256 * 1024;
+constexpr std::size_t readAtOnce = std::size_t{256} * 1024;
 
 [[noreturn]] void fail(std::string const& doing) {
   throw std::system_error(errno, std::generic_category(), doing);
@@ -126,7 +126,7 @@ class LocalLinks::SocketLink final : public Fabric::Link, public std::enable_sha
   }
 
   void read() {
-    std::array<char, 64 * 1024> bytes;
+    std::array<char, std::size_t{64} * 1024> bytes;
     for (std::size_t total = 0; total < readAtOnce && !closed_;) {
       ssize_t const got = ::recv(socket_.fd(), bytes.data(), bytes.size(), 0);
       if (got < 0 && errno == EINTR) continue;

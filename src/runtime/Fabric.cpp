@@ -5,9 +5,11 @@
 
 namespace Fabric {
 
+// NOLINTBEGIN(performance-unnecessary-value-param): a service may keep the name that it is handed
 void FabricdbServiceMounter::doMountsComplete(Rix::String8, Rix::Ptr<Atlas::EntityManager> const&) {}
 void FabricdbServiceMounter::doHandleFabricMountState(SystemId const&, Rix::String8, MountState) {}
 void FabricdbServiceMounter::doInitialSwitchMountsComplete(Rix::String8, Rix::Ptr<Atlas::EntityManager> const&) {}
+// NOLINTEND(performance-unnecessary-value-param)
 
 bool VersionWhiteList::admits(U32 version) const {
   return std::any_of(ranges_.begin(), ranges_.end(),

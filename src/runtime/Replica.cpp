@@ -83,6 +83,7 @@ struct Replica::Check {
 
   // The record in a slot, which must be there by now, and so must all above it.
   Record const& record(std::size_t at, U32 slot) {
+    if (slot == none) refuse(at, "slot", "one that is in use", slot);
     Record const* found = nullptr;
     for (U32 above = slot; above != none;) {
       auto const own = brought.find(above);
@@ -229,7 +230,7 @@ void Replica::forget(U32 slot) {
 Ptr<Entity> Replica::build(Record const& record, ByteReader& reader, U32 parent, unsigned field) {
   U32 const slot = decoded<U32>(reader);
   U32 const serial = decoded<U32>(reader);
-  Ptr<Entity> const made = record.make(reader);
+  Ptr<Entity> made = record.make(reader);
   place(slot, serial, made, parent, field);
   for (auto const& each : record.fields()) {
     switch (each->kind()) {

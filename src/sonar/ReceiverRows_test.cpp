@@ -387,6 +387,303 @@ TEST_F(Receiver, thereIsABoundToTheRows) {
   EXPECT_EQ(row("eth1").probesReceived, 2U);
 }
 
+// What other switches tell, and what is told to them.
+class ToldReceiver : public Receiver {
+ protected:
+  ToldReceiver() { notices.ownAddressIs(ip(9)); }
+
+  Notice notice(PacketKind kind, U64 sequence, U64 serial = 1) const {
+    return {.kind = kind,
+            .ttl = ttl,
+            .stream = {ip(1), ip(2), 20000, probePort},
+            .number = {epoch, sequence},
+            .serial = serial};
+  }
+  void freeze(U64 from) { rows.takenOver(now, notice(PacketKind::freeze, from)); }
+  void end(U64 last, U64 serial = 1) { rows.ended(now, notice(PacketKind::end, last, serial)); }
+  // Each notice that leaves now, once.
+  std::vector<Notice> told() {
+    std::vector<OutgoingNotice> left;
+    notices.takeDue(now, left);
+    std::vector<Notice> result;
+    for (auto const& one : left) result.push_back(one.notice);
+    for (auto const& one : result) notices.answered(one.serial);
+    return result;
+  }
+};
+
+TEST_F(ToldReceiver, aRowThatBeginsTellsItsSourceInTheSameTurn) {
+  probe(41);
+  auto const left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].kind, PacketKind::takeover);
+  EXPECT_EQ(left[0].stream, (Flow{ip(1), ip(2), 20000, probePort}));
+  EXPECT_EQ(left[0].ttl, 1);
+  EXPECT_EQ(left[0].number, (ProbeNumber{3, 41}));
+  EXPECT_EQ(left[0].holder, ip(9));
+  probes(42, 80);
+  EXPECT_TRUE(told().empty());
+}
+
+TEST_F(ToldReceiver, aRowThatIsHeardAgainAfterASilenceOrInANewEpochTellsAgain) {
+  probes(1, 5);
+  told();
+  silence(0.4);
+  probe(9);
+  EXPECT_TRUE(told().empty());
+  silence(2);
+  probe(30);
+  auto left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].number, (ProbeNumber{3, 30}));
+  silence(1.2);
+  epoch = 4;
+  probe(1);
+  left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].number, (ProbeNumber{4, 1}));
+}
+
+TEST_F(ToldReceiver, aRowThatIsTakenOverIsFrozenBeforeItsSilenceIsJudged) {
+  probes(1, 5);
+  freeze(6);
+  EXPECT_EQ(state(), RowState::live);
+  silence(30);
+  EXPECT_EQ(state(), RowState::frozen);
+  EXPECT_FALSE(dormant());
+}
+
+TEST_F(ToldReceiver, aRowThatIsDormantAlreadyIsTakenBack) {
+  probes(1, 5);
+  silence(1);
+  ASSERT_TRUE(dormant());
+  freeze(6);
+  EXPECT_EQ(state(), RowState::frozen);
+  EXPECT_FALSE(dormant());
+}
+
+TEST_F(ToldReceiver, whoHasHeardThatProbeOrALaterOneFreezesNothingAndSaysSo) {
+  probes(1, 20);
+  told();
+  freeze(20);
+  freeze(7);
+  EXPECT_EQ(rows.ignored().staleNotice, 2U);
+  auto const left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].kind, PacketKind::takeover);
+  EXPECT_EQ(left[0].number, (ProbeNumber{3, 20}));
+  silence(1);
+  EXPECT_EQ(state(), RowState::dormant);
+}
+
+TEST_F(ToldReceiver, whatIsSaidOfAnOlderEpochFreezesNothing) {
+  probes(1, 5);
+  epoch = 2;
+  freeze(1000);
+  epoch = 3;
+  silence(1);
+  EXPECT_EQ(state(), RowState::dormant);
+}
+
+TEST_F(ToldReceiver, whatIsSaidOfAnotherStreamOrTtlMakesNoRow) {
+  freeze(1);
+  end(1);
+  rows.running(now, notice(PacketKind::running, 1));
+  EXPECT_TRUE(table.rows.empty());
+  EXPECT_EQ(rows.rows(), 0U);
+}
+
+TEST_F(ToldReceiver, aProbeThatWasUnderwayDoesNotTakeTheTtlBackAndALaterOneDoes) {
+  probes(1, 5);
+  told();
+  silence(1.1);
+  probe(16);
+  told();
+  freeze(20);
+  probe(17);
+  silence(0.6);
+  EXPECT_EQ(state(), RowState::frozen);
+  silence(1);
+  probe(30);
+  EXPECT_EQ(state(), RowState::live);
+  ASSERT_EQ(told().size(), 1U);
+  silence(0.6);
+  EXPECT_EQ(state(), RowState::dormant);
+}
+
+TEST_F(ToldReceiver, aTtlThatTwoSwitchesHearInTurnIsToldOfOnceASecond) {
+  probe(1);
+  std::size_t count = 0;
+  for (U64 sequence = 2; sequence <= 101; ++sequence) {
+    freeze(sequence);
+    silence(0.1);
+    probe(sequence);
+    count += told().size();
+  }
+  EXPECT_GE(count, 8U);
+  EXPECT_LE(count, 12U);
+}
+
+TEST_F(ToldReceiver, anEndEndsTheDormancyFirstAndTheRowEightSecondsLater) {
+  probes(1, 5);
+  silence(1);
+  ASSERT_TRUE(dormant());
+  end(9);
+  EXPECT_EQ(state(), RowState::held);
+  EXPECT_FALSE(dormant());
+  silence(heldFor - 0.02);
+  EXPECT_EQ(table.rows.count(key()), 1U);
+  silence(0.04);
+  EXPECT_EQ(table.rows.count(key()), 0U);
+  EXPECT_EQ(rows.rows(), 0U);
+  silence(20);
+  EXPECT_TRUE(table.rows.empty());
+  EXPECT_TRUE(rows.idle());
+}
+
+TEST_F(ToldReceiver, theSameEndAgainDoesNotProlongAndALaterWordOfItDoes) {
+  probes(1, 5);
+  end(5, 7);
+  silence(4);
+  end(5, 7);
+  end(5, 6);
+  silence(4.02);
+  EXPECT_TRUE(table.rows.empty());
+  probes(1, 5);
+  end(5, 7);
+  silence(4);
+  end(5, 8);
+  silence(7.9);
+  EXPECT_EQ(state(), RowState::held);
+}
+
+TEST_F(ToldReceiver, anEndBeforeAProbeThatHasBeenHeardIsOld) {
+  probes(1, 5);
+  end(4);
+  EXPECT_EQ(state(), RowState::live);
+  epoch = 2;
+  end(900);
+  epoch = 3;
+  EXPECT_EQ(state(), RowState::live);
+  EXPECT_EQ(rows.ignored().staleNotice, 2U);
+}
+
+TEST_F(ToldReceiver, theLastProbesOfAnEndedStreamAreCountedAndDoNotRevive) {
+  probes(1, 5);
+  end(7);
+  probes(6, 7);
+  EXPECT_EQ(state(), RowState::held);
+  EXPECT_EQ(row().probesReceived, 7U);
+  silence(heldFor);
+  EXPECT_TRUE(table.rows.empty());
+}
+
+TEST_F(ToldReceiver, aProbeOfTheNextEpochRevivesAHeldRow) {
+  probes(1, 5);
+  end(5);
+  silence(3);
+  epoch = 4;
+  probe(1);
+  EXPECT_EQ(state(), RowState::live);
+  silence(0.4);
+  probes(5, 100);
+  EXPECT_EQ(state(), RowState::live);
+  EXPECT_EQ(table.deletions, 0U);
+}
+
+TEST_F(ToldReceiver, aHeldRowAsksBeforeItGoesAndStaysIfItsStreamGoesOnElsewhere) {
+  probes(1, 5);
+  told();
+  end(5);
+  silence(4.01);
+  auto const left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].kind, PacketKind::question);
+  epoch = 4;
+  rows.running(now, notice(PacketKind::running, 40));
+  epoch = 3;
+  silence(20);
+  EXPECT_EQ(state(), RowState::frozen);
+}
+
+TEST_F(ToldReceiver, aFreezeFromBeforeTheEndDoesNotHoldARowBack) {
+  probes(1, 5);
+  end(7);
+  freeze(8);
+  EXPECT_EQ(state(), RowState::held);
+  silence(heldFor + 0.01);
+  EXPECT_TRUE(table.rows.empty());
+}
+
+TEST_F(ToldReceiver, aRowThatHasLongBeenSilentAsksAndIsNotTakenBackByWhatItHears) {
+  probes(1, 5);
+  told();
+  silence(9.9);
+  EXPECT_TRUE(told().empty());
+  silence(0.2);
+  auto const left = told();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].kind, PacketKind::question);
+  EXPECT_EQ(left[0].number, (ProbeNumber{3, 5}));
+  rows.running(now, notice(PacketKind::running, 100));
+  EXPECT_EQ(state(), RowState::dormant);
+}
+
+TEST_F(ToldReceiver, rowsOnTwoInterfacesAreHeldAndGoTogether) {
+  probes(1, 5);
+  probes(6, 10, "eth2");
+  end(10);
+  EXPECT_EQ(state("eth1"), RowState::held);
+  EXPECT_EQ(state("eth2"), RowState::held);
+  ttl = 2;
+  probes(1, 78);
+  ttl = 1;
+  silence(0.3);
+  EXPECT_EQ(table.rows.size(), 1U);
+  ttl = 2;
+  EXPECT_EQ(state(), RowState::live);
+}
+
+TEST_F(ToldReceiver, rowsFromBeforeGoOnCountingAndAreNotJudgedUnheard) {
+  IngressStreamStatisticsTableEntry before;
+  before.key = key();
+  before.epoch = {3};
+  before.probesReceived = 40;
+  before.probesLost = 2;
+  before.currentSequenceNumber = 42;
+  table.rows[before.key] = before;
+  IngressStreamStatisticsTableEntry bell;
+  bell.key = Bell::reservedStream(1);
+  table.rows[bell.key] = bell;
+  rows.adopt(now, std::vector{before, bell});
+  EXPECT_EQ(table.rows.size(), 1U);
+  silence(12);
+  EXPECT_FALSE(dormant());
+  ASSERT_EQ(told().size(), 1U);
+  probe(170);
+  EXPECT_EQ(row().probesReceived, 41U);
+  EXPECT_EQ(row().probesLost, 2U);
+  probes(171, 190);
+  EXPECT_EQ(row().probesLost, 2U);
+  silence(0.6);
+  EXPECT_EQ(state(), RowState::dormant);
+}
+
+TEST_F(ToldReceiver, aRowFromBeforeThatWasDormantStaysSoUntilSomethingIsKnownOfIt) {
+  IngressStreamStatisticsTableEntry before;
+  before.key = key();
+  before.dormant = true;
+  before.epoch = {3};
+  before.currentSequenceNumber = 42;
+  table.rows[before.key] = before;
+  rows.adopt(now, std::vector{before});
+  silence(3);
+  EXPECT_TRUE(dormant());
+  freeze(43);
+  EXPECT_FALSE(dormant());
+  EXPECT_EQ(state(), RowState::frozen);
+}
+
 class Bells : public Receiver {
  protected:
   std::size_t ringing() const {

@@ -262,7 +262,9 @@ SenderPlan::SubStream SenderPlan::newSubStream(Rix::Seconds now, Flow const& flo
     if (before->second.key != row.key) table_.rowDel(before->second.key);
     adopted_.erase(before);
   }
-  table_.rowIs(sub.row);
+  // One that has no way yet is shown with its first probe: beside rows of receivers that go, since they know the stream
+  // as one that has ended, it would look like a loss.
+  if (sub.row.numProbesTx > 0 || view_.hasRoute(flow.destination)) table_.rowIs(sub.row);
   return sub;
 }
 

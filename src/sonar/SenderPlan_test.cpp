@@ -368,6 +368,16 @@ TEST_F(Sender, whatCannotBeSentIsNotOrdered) {
   EXPECT_EQ(table.rows.size(), 1U);
 }
 
+TEST_F(Sender, aStreamThatHasNoWayIsShownWithItsFirstProbe) {
+  view.unrouted.insert(ip(1));
+  apply();
+  run(0.5, SendResult::failed);
+  EXPECT_TRUE(table.rows.empty());
+  view.unrouted.clear();
+  run(0.2);
+  EXPECT_EQ(table.rows.size(), 3U);
+}
+
 TEST_F(Sender, theEgressInterfaceOfARowStaysWhileItsStreamLives) {
   apply();
   view.egress = "eth2";
