@@ -82,6 +82,7 @@ void loseWhile(Draw& run, const std::function<void()>& tell) {
 // To each switch about each of its rows, as from the stream's source.
 template <class Numbered>
 void tellAll(Draw& run, const Sonar::Keyring& keys, const Numbered& numbered) {
+  const std::size_t leaf = run.fabric.nodeNamed("leaf1");
   for (std::size_t node = 0; node < run.fabric.topology().nodes(); ++node)
     for (const auto& row : run.fabric.node(node).ingressRows()) {
       const Sonar::Flow flow{row.key.srcIp, Netkit::IpAddr(run.fabric.topology().loopback(node)), Sonar::noticePort,
@@ -94,8 +95,7 @@ void tellAll(Draw& run, const Sonar::Keyring& keys, const Numbered& numbered) {
         notice.number = numbered(row);
         notice.serial = row.epoch.value + 1000000;
         if (notice.number.sequence == 0) continue;
-        run.fabric.send(
-            {(node + 1) % run.fabric.topology().nodes(), flow, 64, Sonar::encodeNotice(notice, flow, keys)});
+        run.fabric.send({node == leaf ? leaf + 1 : leaf, flow, 64, Sonar::encodeNotice(notice, flow, keys)});
       }
     }
 }
@@ -108,8 +108,10 @@ const Case falseNotices[] = {
        loseWhile(run, [&] {
          tellAll(run, forged, [](const auto& row) { return Sonar::ProbeNumber{row.epoch.value + 1, 1000}; });
        });
+       std::uint64_t refused = 0;
        for (std::size_t node = 0; node < run.fabric.topology().nodes(); ++node)
-         run.expect(run.fabric.node(node).service().packets(Sonar::Rejection::badTag) > 0, "nothing was forged");
+         refused += run.fabric.node(node).service().packets(Sonar::Rejection::badTag);
+       run.expect(refused > 100, "hardly anything was forged");
      }},
     // By somebody who has the key, and says what is over.
     {"ThatAreStale", threeSpines,
@@ -124,7 +126,7 @@ const Case falseNotices[] = {
        std::uint64_t stale = 0;
        for (std::size_t node = 0; node < run.fabric.topology().nodes(); ++node)
          stale += run.fabric.node(node).service().receiver().ignored().staleNotice;
-       run.expect(stale > 0, "nothing was stale");
+       run.expect(stale > 100, "hardly anything was stale");
      }},
     // All that was ever said of moves and ends, by somebody who has listened.
     {"ThatAreReplayed", threeSpines,
