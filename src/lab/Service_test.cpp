@@ -150,6 +150,7 @@ TEST_P(Service, OfOneSwitchThatIsOffWhenItsAgentStartsReportsNothing) {
   fabric.runUntil(fabric.now() + 40);
   EXPECT_EQ(client->reachabilityGroups(), 1u);
   EXPECT_EQ(fabric.streams(), flowsOf(fabric.topology()).size());
+  EXPECT_EQ(fabric.logText(), "");
   EXPECT_TRUE(fabric.failures().empty());
 }
 
