@@ -108,7 +108,7 @@ struct Notice {
   ProbeNumber number{};     ///< the sequence number is at least 1
   U64 serial = 0;           ///< rises with each matter that a switch tells; repeated and answered as it is
   Netkit::IpAddr holder{};  ///< the switch at which the ttl ends, as far as is known; else zero. Of `end` and `freeze`,
-                            ///< the switch that it is to be passed on to, for its source has no way there itself
+                            ///< the switch that it is to be passed on to, by another way than its source has
   U32 interval = 0;         ///< as in a probe, if `running`; else zero
   U16 robustness = 0;       ///< as `interval`
 

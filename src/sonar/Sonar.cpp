@@ -175,7 +175,8 @@ void Service::hearNotice(Rix::Seconds now, ReceivedPacket const& packet) {
 }
 
 // A source whose link to a switch is down has no way to tell it, where switches of one tier reach each other only by
-// way of those below. The stream's destination is one that has another way, and passes it on, once.
+// way of those below; and one that drops packets in silence swallows what is told. The stream's destination is one that
+// has another way, and passes it on, once.
 void Service::passOn(Rix::Seconds now, ReceivedPacket const& packet) {
   Notice notice = packet.notice;
   Netkit::IpAddr const to = std::exchange(notice.holder, Netkit::IpAddr());
@@ -204,19 +205,25 @@ void Service::send(Rix::Seconds now) {
   } while (outgoing_.size() == sendBatch);
 }
 
+// Whether a notice for a switch goes by way of the stream's destination: where there is no other way, and every second
+// time that it is told, in case the straight one is the very way that loses packets.
+bool Service::goesAround(OutgoingNotice const& out) const {
+  Notice const& notice = out.notice;
+  bool const forHolder =
+      notice.kind == PacketKind::freeze || (notice.kind == PacketKind::end && out.flow != notice.stream);
+  if (!forHolder || notice.holder != Netkit::IpAddr() || view_.isLocal(notice.stream.destination)) return false;
+  return out.flow.sourcePort % 2 == 0 || !view_.hasRoute(out.flow.destination);
+}
+
 // What the kernel refuses is repeated, or told again by the next mark.
 void Service::sendNotices(Rix::Seconds now) {
   if (notices_.nextDue() > now) return;
   told_.clear();
   notices_.takeDue(now, told_);
   outgoing_.clear();
-  for (auto& [flow, hopLimit, notice] : told_) {
-    bool const forHolder =
-        notice.kind == PacketKind::freeze || (notice.kind == PacketKind::end && flow != notice.stream);
-    if (forHolder && notice.holder == Netkit::IpAddr() && !view_.hasRoute(flow.destination)) {
-      notice.holder = std::exchange(flow.destination, notice.stream.destination);
-    }
-    outgoing_.push_back({flow, hopLimit, encodeNotice(notice, flow, keys_)});
+  for (OutgoingNotice& out : told_) {
+    if (goesAround(out)) out.notice.holder = std::exchange(out.flow.destination, out.notice.stream.destination);
+    outgoing_.push_back({out.flow, out.hopLimit, encodeNotice(out.notice, out.flow, keys_)});
   }
   results_.assign(outgoing_.size(), SendResult::failed);
   packets_.send(outgoing_, results_);

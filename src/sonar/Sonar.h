@@ -76,6 +76,7 @@ class Service {
   void send(Rix::Seconds now);
   void sendNotices(Rix::Seconds now);
   void passOn(Rix::Seconds now, ReceivedPacket const& packet);
+  bool goesAround(OutgoingNotice const& out) const;
   bool isSourceOf(Notice const& notice) const;
   void handleAddresses();
   void handleEndpoints();
