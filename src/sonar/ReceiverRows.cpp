@@ -55,7 +55,7 @@ void ReceiverRows::received(Rix::Seconds now, ReceivedPacket const& packet, Netk
     return;
   }
   bool const returns = isSilent(*sub, now) || packet.probe.epoch > sub->epoch.value;
-  auto const counted = count(now, *sub, packet.probe);
+  auto const counted = count(now, *sub, packet.probe, interface);
   if (counted == Counted::ignored) return;
   // The last probes of a stream that has been ended may come behind the word of it.
   bool const wakes = counted == Counted::newest && (!sub->ended || sub->ended->last < sub->newest());
@@ -116,7 +116,8 @@ bool ReceiverRows::isSilent(SubStream const& sub, Rix::Seconds now) {
 
 // Counts the probe. Only the newest, with the highest number so far, is a sign of life and tells where the stream is
 // now: a copy can be made by whoever has seen the probe.
-ReceiverRows::Counted ReceiverRows::count(Rix::Seconds now, SubStream& sub, Probe const& probe) {
+ReceiverRows::Counted ReceiverRows::count(Rix::Seconds now, SubStream& sub, Probe const& probe,
+                                          Netkit::IntfId interface) {
   if (probe.epoch < sub.epoch.value) {
     ++ignored_.staleEpoch;
     return Counted::ignored;
@@ -129,9 +130,9 @@ ReceiverRows::Counted ReceiverRows::count(Rix::Seconds now, SubStream& sub, Prob
     return Counted::newest;
   }
   U64 const highest = sub.window.highest();
-  bool const afterSilence = probe.sequence > highest && isSilent(sub, now);
-  auto const [arrival, lost] =
-      afterSilence ? sub.window.takeAfterSilence(probe.sequence) : sub.window.take(probe.sequence);
+  // So does a way that is another one now: what is missing fell into the move.
+  bool const anew = probe.sequence > highest && (isSilent(sub, now) || interface != sub.current->interface);
+  auto const [arrival, lost] = anew ? sub.window.takeAfterSilence(probe.sequence) : sub.window.take(probe.sequence);
   sub.lost += lost;
   switch (arrival) {
     case SequenceWindow::Arrival::next:

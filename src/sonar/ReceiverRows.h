@@ -109,7 +109,7 @@ class ReceiverRows {
   SubStream* find(Zeb::ProbeStreamId const& id, U8 ttl) const;
   void begin(Rix::Seconds now, ReceivedPacket const& packet, Zeb::ProbeStreamId const& id, Netkit::IntfId interface);
   static bool isSilent(SubStream const& sub, Rix::Seconds now);
-  Counted count(Rix::Seconds now, SubStream& sub, Probe const& probe);
+  Counted count(Rix::Seconds now, SubStream& sub, Probe const& probe, Netkit::IntfId interface);
   Row& rowOn(SubStream& sub, Netkit::IntfId interface);
   Row& addRow(SubStream& sub, Netkit::IntfId interface);
   void adopt(Rix::Seconds now, IngressStreamStatisticsTableEntry const& row);

@@ -318,6 +318,14 @@ TEST_F(Receiver, aStreamThatArrivesOnAnotherInterfaceFreezesItsOldRowAndGoesOnCo
   EXPECT_EQ(table.deletions, 0U);
 }
 
+TEST_F(Receiver, whatIsMissingWhereAStreamMovesToAnotherInterfaceIsNotLost) {
+  probes(1, 10);
+  probes(13, 40, "eth2");  // no silence that would have been judged
+  EXPECT_EQ(row("eth2").probesLost, 0U);
+  probes(42, 60, "eth2");
+  EXPECT_EQ(row("eth2").probesLost, 1U);
+}
+
 TEST_F(Receiver, aDormantRowIsTakenBackWhenItsStreamArrivesOnAnotherInterface) {
   probes(1, 5);
   silence(1);
