@@ -325,6 +325,8 @@ def check_demo(zeb_lab, more):
     print(done.stdout, done.stderr, sep='')
     lines = done.stdout.splitlines()
     said = [line for line in lines if line.startswith('Zeb detected')]
+    alive = '0 streams alive between 0 pairs' if '--tap-closed' in more else 'streams alive between 12 pairs'
+    check(any(line.startswith('p1: ') and alive in line for line in lines), f'the demo must say {alive!r}')
     if '--tap-closed' in more:
         check(not said and done.returncode == 1, 'with the tap closed nothing may be said')
         check('The line did not come.' in lines, 'the demo must say that its line did not come')

@@ -58,6 +58,17 @@ bool isWanted(const nlohmann::json& message, const Scenario& scenario, LinkSide 
                                               scenario.nodes[scenario.end(dropped.peer()).node].name};
 }
 
+// What an operator sees of the probe: its figures, and between how many pairs of switches its streams run.
+void printStatistics(const nlohmann::json& report) {
+  for (const auto& [name, status] : report["probeStatus"].items()) {
+    std::size_t pairs = 0;
+    for (const auto& destinations : report["pairStreams"]) pairs += destinations.size();
+    std::printf("%s: %u streams alive between %zu pairs of switches; %u probes sent to their last hops, %u received.\n",
+                name.c_str(), status.value("activeStreamCount", 0U), pairs, status.value("txCount", 0U),
+                status.value("rxCount", 0U));
+  }
+}
+
 }  // namespace
 
 bool runDemo(const DemoOptions& options) {
@@ -88,6 +99,7 @@ bool runDemo(const DemoOptions& options) {
   const nlohmann::json& log = outcome.report["log"];
   std::printf("%zu streams were probed; the worst lateness of a timer was %.3f s.\n",
               outcome.report.value("streams", std::size_t{0}), outcome.report["lateness"].value("timers", 0.0));
+  printStatistics(outcome.report);
   if (!options.fault) {
     std::printf(log.empty() ? "The fabric is healthy.\n" : "The fabric is healthy, and yet something was said.\n");
     return log.empty();
