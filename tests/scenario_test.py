@@ -282,6 +282,7 @@ EXPECTED = {
     'change-many-restarts': moved,
     'move-link-down': moved,
     'move-spine-off': all_of(silence, no_pair),
+    'move-then-loss': all_of(one_each(('leaf1', 'spine1', 1)), orders),
     'move-link-up': moved,
     'move-link-returns': moved,
     'move-spine-returns': moved,

@@ -230,8 +230,8 @@ TEST_F(CentralSide, ReportsAndProbesMeetInGroupsWhileTheServiceIsOnAndNothingOfT
   EXPECT_EQ(status->group("leaves")->members(), 1u);
 }
 
-// The publisher looks at a new probe's groups once. Were it told of the probe before the group builder is, it would find
-// no group, and a group that comes later brings its probe only after it has been announced.
+// The publisher looks at a new probe's groups once. Were it told of the probe before the group builder is, it would
+// find no group, and a group that comes later brings its probe only after it has been announced.
 TEST_F(CentralSide, AProbeAddedWhileTheServiceIsOnGetsItsOrdersAlsoAfterTheMachinesWereMadeAnew) {
   startRunning();
   addReport(1, "leaf1");
