@@ -45,7 +45,7 @@ std::optional<NameCell> TableNames::cell(std::string_view name) {
   if (name.find('\0') != std::string_view::npos) return std::nullopt;
   if (name.size() <= kInlineCharacters) {
     NameCell cell{};
-    std::memcpy(cell.data(), name.data(), name.size());
+    if (!name.empty()) std::memcpy(cell.data(), name.data(), name.size());  // an empty one may have no data
     return cell;
   }
   auto known = indexes_.find(name);
