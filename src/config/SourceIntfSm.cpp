@@ -11,7 +11,7 @@ SourceIntfSm::SourceIntfSm(Rix::Ptr<SourceIntfDir> const& sourceIntfDir, Rix::Pt
 SourceIntfSm::~SourceIntfSm() = default;
 
 Rix::Ptr<SourceIntf> SourceIntfSm::registerSourceIntf(Netkit::IntfId intf) {
-  Rix::Ptr<SourceIntf> const sourceIntf = sourceIntfDir_->sourceIntfIs(intf);
+  Rix::Ptr<SourceIntf> sourceIntf = sourceIntfDir_->sourceIntfIs(intf);
   tracker_.is(intf, sourceIntf, Rix::Ptr<Ip::Status const>(ipStatus_.notifier()));
   return sourceIntf;
 }
