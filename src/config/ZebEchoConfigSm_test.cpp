@@ -8,7 +8,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 constexpr Netkit::IpAddr peer{0x0a000009};
 constexpr ZebProbeRate tenASecond{10, 1};

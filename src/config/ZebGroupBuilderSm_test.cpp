@@ -14,10 +14,8 @@
 namespace Zeb {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 Fabric::SystemId switchId(U16 number) {
   return Fabric::SystemId(Netkit::EthAddr({2, 0, 0, 0, static_cast<U8>(number >> 8), static_cast<U8>(number)}));

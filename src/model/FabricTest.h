@@ -61,7 +61,8 @@ struct DirSm : Rix::Reactor<DirSm> {
     using Watch::Watch;
     void onEntityPtr(Name const& name) override { pass(&DirSm::handleEntity, name); }
   };
-  DirSm(Ptr<Rix::Dir> const& dir, std::vector<std::string>& heard, std::string label) : heard_(heard), label_(label) {
+  DirSm(Ptr<Rix::Dir> const& dir, std::vector<std::string>& heard, std::string label)
+      : heard_(heard), label_(std::move(label)) {
     dir_.notifierIs(dir.get());
   }
   template <class F>

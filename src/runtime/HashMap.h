@@ -302,9 +302,8 @@ class HashMap : public HashMapGeneric {
     std::unique_ptr<void, Dropper> guard(cell);
     U32 place = placeOf(keyAt(cell));
     if (place == none) return false;
-    guard.release();
-    guard.reset(cellAt(place));
-    replaceAt(place, cell);
+    std::unique_ptr<void, Dropper> replaced(cellAt(place));
+    replaceAt(place, guard.release());
     return true;
   }
 

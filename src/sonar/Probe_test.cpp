@@ -101,7 +101,7 @@ TEST(Probe, ofAnotherKeyIsRejected) {
 // Addresses, ports and every bit of the payload are covered.
 TEST(Probe, withOneBitChangedIsRejected) {
   auto const valid = validPacket();
-  for (std::size_t bit = 12 * 8; bit < valid.size() * 8; ++bit) {
+  for (std::size_t bit = std::size_t{12} * 8; bit < valid.size() * 8; ++bit) {
     auto forged = valid;
     forged[bit / 8] = static_cast<U8>(forged[bit / 8] ^ (1U << bit % 8));
     bool const checksum = bit / 8 == 26 || bit / 8 == 27;  // the kernel's business
@@ -164,7 +164,7 @@ TEST(Notice, ofEachKindComesBackAsItWasSent) {
 
 TEST(Notice, withOneBitChangedIsRejected) {
   auto const valid = ipPacket(flow, encodeNotice(everyFieldSet(PacketKind::running), flow, testKeys()));
-  for (std::size_t bit = 12 * 8; bit < valid.size() * 8; ++bit) {
+  for (std::size_t bit = std::size_t{12} * 8; bit < valid.size() * 8; ++bit) {
     auto forged = valid;
     forged[bit / 8] = static_cast<U8>(forged[bit / 8] ^ (1U << bit % 8));
     bool const checksum = bit / 8 == 26 || bit / 8 == 27;

@@ -732,9 +732,9 @@ TEST_F(Bells, ringAtMostOnceASecondAndAlwaysByAnotherStream) {
   std::vector<std::pair<Rix::Seconds, U32>> rung;
   interval = 20000;
   std::set<U32> standing;
-  for (int step = 0; step < 60; ++step) {
+  for (U64 step = 0; step < 60; ++step) {
     ttl = static_cast<U8>(step % 6 + 1);
-    probe(static_cast<U64>(step / 6 + 1));
+    probe(step / 6 + 1);
     for (int sweeps = 0; sweeps < 20; ++sweeps) {
       silence(0.01);
       std::set<U32> present;

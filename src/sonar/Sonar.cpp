@@ -20,7 +20,7 @@ bool isLoopback(Netkit::IpAddr address) {
 
 }  // namespace
 
-Service::Service(Options options, Surroundings const& surroundings)
+Service::Service(Options const& options, Surroundings const& surroundings)
     : keys_(options.keys),
       view_(surroundings.view),
       packets_(surroundings.packets),

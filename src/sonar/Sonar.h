@@ -39,7 +39,7 @@ class Service {
   /// Probes that are due so close together leave together.
   static constexpr Rix::Seconds sendPeriod = 0.001;
 
-  Service(Options options, Surroundings const& surroundings);
+  Service(Options const& options, Surroundings const& surroundings);
 
   std::vector<int> fds() const { return packets_.fds(); }
   /// When `onTimer` is wanted next, on the scale of the times that are handed in; `Rix::never` if nothing is to do.

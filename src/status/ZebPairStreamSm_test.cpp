@@ -6,7 +6,6 @@
 namespace Zeb::StatusTest {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 
 struct PairStream : testing::Test {
