@@ -150,7 +150,7 @@ ZebEventCollectorIngressStreamSm* ZebEventCollectorStreamSm::ingressSmIs(
 }
 
 void ZebEventCollectorStreamSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleIngressRecord();
 }
 
@@ -159,7 +159,7 @@ void ZebEventCollectorStreamSm::handleIngressRecord() {
 }
 
 void ZebEventCollectorStreamSm::handleIngressRecord(U8 ttl) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebEventCollectorStreamSm::handleIngressRecord(U8) streamId: "
                 << probeStreamStringValue(streamRecord_->streamId()) << " ttl:" << unsigned{ttl});
@@ -187,7 +187,7 @@ ZebEventCollectorStreamSm* ZebEventCollectorSm::streamSmIs(Rix::Ptr<ProbeStreamR
 }
 
 void ZebEventCollectorSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleStream();
 }
 
@@ -197,7 +197,7 @@ void ZebEventCollectorSm::handleStream() {
 }
 
 void ZebEventCollectorSm::handleStream(ProbeStreamId const& streamId) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(
       traceHandle, 8,
       "void Zeb::ZebEventCollectorSm::handleStream(Zeb::ProbeStreamId) streamId: " << probeStreamStringValue(streamId));

@@ -151,7 +151,6 @@ class ZebEventCollectorStreamSm : public Rix::Reactor<ZebEventCollectorStreamSm>
   void doCleanup() { ingressSmDelAll(); }
 
  private:
-  bool initialized_ = false;  // the sweep of an attach comes too early: handleInitialized makes it
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
   Rix::Ptr<ZebStatus> const status_;
   RixStreamRecord streamRecord_{this};
@@ -192,7 +191,6 @@ class ZebEventCollectorSm : public Rix::Reactor<ZebEventCollectorSm> {
   void doCleanup();
 
  private:
-  bool initialized_ = false;
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
   Rix::Ptr<ZebStatus> const status_;
   RixStreamTable streamTable_{this};

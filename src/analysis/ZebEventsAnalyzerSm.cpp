@@ -18,7 +18,7 @@ ZebEventsAnalyzerSm::ZebEventsAnalyzerSm(Rix::Ptr<Root> const& root,
 }
 
 void ZebEventsAnalyzerSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleStream();
 }
 
@@ -28,7 +28,7 @@ void ZebEventsAnalyzerSm::handleStream() {
 }
 
 void ZebEventsAnalyzerSm::handleStream(ProbeStreamId const& streamId) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   ProbeStreamEventsQueue* queue = zebStreamEventsDir_->streamEventsQueue(streamId);
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebEventsAnalyzerSm::handleStream(Zeb::ProbeStreamId) streamId:"

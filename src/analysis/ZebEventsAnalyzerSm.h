@@ -41,7 +41,6 @@ class ZebEventsAnalyzerSm : public Rix::Reactor<ZebEventsAnalyzerSm> {
   void handleStream(ProbeStreamId const& streamId);
 
  private:
-  bool initialized_ = false;
   Rix::Ptr<Root> const root_;
   RixZebStreamEventsDir zebStreamEventsDir_{this};
   Rix::OwnedMap<ProbeStreamId, ZebStreamEventsAnalyzerSm> streamEventsAnalyzerSm_;

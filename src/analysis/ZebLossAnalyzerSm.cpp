@@ -22,13 +22,13 @@ ZebStreamLossAnalyzerSm::ZebStreamLossAnalyzerSm(Rix::Ptr<Root> const& root, Pro
 }
 
 void ZebStreamLossAnalyzerSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleEvent();
 }
 
 void ZebStreamLossAnalyzerSm::handleEvent() {
   ProbeStreamEvent const& event = *event_;
-  if (!initialized_ || !event.up()) return;
+  if (!initialized() || !event.up()) return;
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebStreamLossAnalyzerSm::handleEvent() streamId:" << probeStreamStringValue(event.streamId()));
   ProbeStreamEventRecord record;
@@ -59,7 +59,7 @@ void ZebLossAnalyzerSm::handleInitialized() {
   registerAnalyzers();
   sysloggerSmIs(status_);
   lossPairRecorderSmIs(status_, root_->zebStreamTable());
-  initialized_ = true;
+  initializedIs(true);
   handleStream();
 }
 
@@ -73,7 +73,8 @@ void ZebLossAnalyzerSm::handleStream() {
 }
 
 void ZebLossAnalyzerSm::handleStream(ProbeStreamId const& streamId) {
-  if (!initialized_) return;
+  // A stream waits until all that its events lead to is there.
+  if (!initialized()) return;
   ProbeStreamEvent* event = eventTable_->event(streamId);
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebLossAnalyzerSm::handleStream(Zeb::ProbeStreamId) streamId:"

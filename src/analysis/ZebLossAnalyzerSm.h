@@ -34,7 +34,6 @@ class ZebStreamLossAnalyzerSm : public Rix::Reactor<ZebStreamLossAnalyzerSm> {
   void handleEvent();
 
  private:
-  bool initialized_ = false;
   Rix::Ptr<Root> const root_;
   Rix::Ptr<ProbeStreamEventsQueue> const queue_;
   RixEvent event_{this};
@@ -84,7 +83,6 @@ class ZebLossAnalyzerSm : public Rix::Reactor<ZebLossAnalyzerSm> {
   void handleStream(ProbeStreamId const& streamId);
 
  private:
-  bool initialized_ = false;  // streams wait until all that their events lead to is there
   Rix::Ptr<Root> const root_;
   Rix::Ptr<ZebStatus> const status_;
   RixEventTable eventTable_{this};

@@ -32,7 +32,7 @@ DevicePair ZebStreamLossPairRecorderSm::createDevicePair(Fabric::SystemId const&
 }
 
 void ZebStreamLossPairRecorderSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleLossPoint();
 }
 
@@ -41,7 +41,7 @@ void ZebStreamLossPairRecorderSm::handleLossPoint() {
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebStreamLossPairRecorderSm::handleLossPoint() streamId: "
                 << probeStreamStringValue(lr.streamId()) << " updateCounter: " << lr.updateCounter());
-  if (!initialized_ || lr.minLossTtl() == 255) return;
+  if (!initialized() || lr.minLossTtl() == 255) return;
   if (lr.minNoLossDeviceId().isEmpty() || lr.minLossDeviceId().isEmpty()) {
     RIX_TRACE(traceHandle, 8, "lossDeviceIds not set");
     doDeleteLossRecord(currentLossDevicePair_);

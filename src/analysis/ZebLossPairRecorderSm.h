@@ -41,7 +41,6 @@ class ZebStreamLossPairRecorderSm : public Rix::Reactor<ZebStreamLossPairRecorde
   void doCleanup();
 
  private:
-  bool initialized_ = false;
   DevicePair currentLossDevicePair_;
   Rix::Ptr<ProbeStreamRecord const> const streamRecord_;
   Rix::Ptr<ProbeLossStatus> const lossStatus_;

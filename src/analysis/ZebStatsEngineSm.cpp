@@ -151,13 +151,13 @@ ZebProbeActivitySm::ZebProbeActivitySm(Rix::Ptr<ZebConfig const> const& config, 
 }
 
 void ZebProbeActivitySm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   Rix::sweepKeys(zebConfig_->probeConfigIterator(), [this](Rix::Name const& name) { handleProbeConfig(name); });
   handleStreamStatsComputeClock();
 }
 
 void ZebProbeActivitySm::handleProbeConfig(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebProbeActivitySm::handleProbeConfig(Rix::Name const&) " << name);
   if (zebConfig_->probeConfig(name)) {
     status_->probeStatusIs(name);
@@ -186,7 +186,7 @@ ZebStatsEngineSm::ZebStatsEngineSm(Rix::Ptr<ZebConfig const> const& config, Rix:
 }
 
 void ZebStatsEngineSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   probeActivitySm_.is(config_, status_, streamTable_);
 }
 

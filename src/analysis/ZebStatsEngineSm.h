@@ -33,7 +33,6 @@ class ZebProbeActivitySm : public Rix::Reactor<ZebProbeActivitySm> {
     return std::tuple(Rix::Ptr<ZebConfig const>(zebConfig_.notifier()), status_, streamTable_);
   }
 
-  bool initialized() const { return initialized_; }
   void handleProbeConfig(Rix::Name const& name);
   // Computes all figures anew and sets the clock for the next time.
   void handleStreamStatsComputeClock();
@@ -52,7 +51,6 @@ class ZebProbeActivitySm : public Rix::Reactor<ZebProbeActivitySm> {
 
   Rix::Ptr<ZebStatus> const status_;
   Rix::Ptr<ProbeStreamTable const> const streamTable_;
-  bool initialized_ = false;
   RixZebConfig zebConfig_{this};
   RixStreamStatsComputeClock streamStatsComputeClock_{this};
 };
@@ -70,7 +68,6 @@ class ZebStatsEngineSm : public Rix::Reactor<ZebStatsEngineSm> {
   }
   auto rixParameters() const { return std::tuple(config_, status_, streamTable_, eventTable_); }
 
-  bool initialized() const { return initialized_; }
   ZebProbeActivitySm* probeActivitySm() const { return probeActivitySm_.get(); }
 
  private:
@@ -80,7 +77,6 @@ class ZebStatsEngineSm : public Rix::Reactor<ZebStatsEngineSm> {
   Rix::Ptr<ZebStatus> const status_;
   Rix::Ptr<ProbeStreamTable const> const streamTable_;
   Rix::Ptr<ProbeStreamEventTable const> const eventTable_;
-  bool initialized_ = false;
   Rix::Owned<ZebProbeActivitySm> probeActivitySm_;
 };
 

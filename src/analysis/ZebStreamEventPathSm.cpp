@@ -62,7 +62,7 @@ ProbeLossStatus& ZebStreamEventPathSm::lossStatus() const {
 }
 
 void ZebStreamEventPathSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   path_ = lossStatus().lossEventStreamPathIs(streamRecord_->streamId());
   doComputePath();
 }
@@ -84,7 +84,7 @@ void ZebStreamEventPathSm::handleIngressRecord(U8 ttl) {
 }
 
 void ZebStreamEventPathSm::handleRecord() {
-  if (initialized_) doComputePath();
+  if (initialized()) doComputePath();
 }
 
 void ZebStreamEventPathSm::doComputePath() {

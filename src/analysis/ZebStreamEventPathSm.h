@@ -129,7 +129,6 @@ class ZebStreamEventPathSm : public Rix::Reactor<ZebStreamEventPathSm> {
  private:
   ProbeLossStatus& lossStatus() const;
 
-  bool initialized_ = false;
   Rix::Ptr<ZebStatus> const zebStatus_;
   Rix::Ptr<LossEventStreamPath> path_;
   RixProbeStreamRecord streamRecord_{this};

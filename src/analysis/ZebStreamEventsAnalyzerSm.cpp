@@ -25,12 +25,12 @@ ZebStreamEventsAnalyzerSm::ZebStreamEventsAnalyzerSm(ProbeStreamId const& stream
 void ZebStreamEventsAnalyzerSm::handleInitialized() {
   deferTimer_.notifierIs(Rix::ActivityManagerConfig::clock());
   deferTimer_.timeMinIs(Rix::never);
-  initialized_ = true;
+  initializedIs(true);
   handleEvent();
 }
 
 void ZebStreamEventsAnalyzerSm::handleEvent() {
-  if (!initialized_ || streamEventsQueue_->queuedEvents() == 0) return;
+  if (!initialized() || streamEventsQueue_->queuedEvents() == 0) return;
   doUpdateDeferTimer();
 }
 

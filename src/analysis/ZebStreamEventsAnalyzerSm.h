@@ -63,7 +63,6 @@ class ZebStreamEventsAnalyzerSm : public Rix::Reactor<ZebStreamEventsAnalyzerSm>
                       StreamTtlLossRecord& ttlRecord, Fabric::SystemId const& ingressSwitchId) const;
   void updateLastIngressSwitch(StreamTtlLossRecord& ttlRecord, Fabric::SystemId const& ingressSwitchId) const;
 
-  bool initialized_ = false;
   Rix::Ptr<Root> const root_;
   RixStreamEventsQueue streamEventsQueue_{this};
   RixDeferTimer deferTimer_{this};

@@ -36,12 +36,12 @@ void ZebSysloggerSm::handleInitialized() {
   doSetUnloggedPairTimer();
   loggedPairTimer_.notifierIs(Rix::ActivityManagerConfig::clock());
   doSetLoggedPairTimer();
-  initialized_ = true;
+  initializedIs(true);
   handleLossStatus();
 }
 
 void ZebSysloggerSm::handleLossStatus() {
-  if (initialized_) lossStatus_.notifierIs(status_->lossStatus());
+  if (initialized()) lossStatus_.notifierIs(status_->lossStatus());
 }
 
 void ZebSysloggerSm::handleDevicePair(DevicePair const& pair) {

@@ -76,7 +76,6 @@ class ZebSysloggerSm : public Rix::Reactor<ZebSysloggerSm> {
   void doSyslog(DevicePair const& pair);
 
  private:
-  bool initialized_ = false;
   Rix::LinkQueue<PairTime> unloggedPair_;
   Rix::LinkQueue<PairTime> loggedPair_;
   RixStatus status_{this};

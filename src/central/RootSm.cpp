@@ -25,13 +25,13 @@ RootSm::RootSm(Rix::Ptr<ZebConfig const> const& config, Rix::Ptr<ZebStatus> cons
 }
 
 void RootSm::handleInitialized() {
-  if (initialized_) return;
-  initialized_ = true;
+  if (initialized()) return;
+  initializedIs(true);
   handleEnabled();
 }
 
 void RootSm::handleEnabled() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(centralTraceHandle, 8,
             "void Zeb::RootSm::handleEnabled()"
                 << " config::enabled:" << config_->enabled()

@@ -43,7 +43,6 @@ class RootSm : public Rix::Reactor<RootSm> {
   // Computes `enabled` anew, writes it, and creates or deletes the machines.
   void handleEnabled();
 
-  bool initialized() const { return initialized_; }
   ZebConfigMountSm* configMountSm() const { return configMountSm_.get(); }
   ZebGroupBuilderSm* groupBuilderSm() const { return groupBuilderSm_.get(); }
   ZebPublisherSm* publisherSm() const { return publisherSm_.get(); }
@@ -98,7 +97,6 @@ class RootSm : public Rix::Reactor<RootSm> {
   void createMachines();
   void deleteMachines();
 
-  bool initialized_ = false;
   RixConfig config_{this};
   Rix::Ptr<ZebStatus> const status_;
   Rix::Ptr<Root> const root_;

@@ -12,7 +12,7 @@
 namespace Zeb {
 
 struct RootSmPeer {
-  static void initializedIs(RootSm& rootSm, bool initialized) { rootSm.initialized_ = initialized; }
+  static void initializedIs(RootSm& rootSm, bool initialized) { rootSm.initializedIs(initialized); }
 };
 
 namespace {

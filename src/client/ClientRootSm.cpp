@@ -28,13 +28,13 @@ ClientRootSm::ClientRootSm(Rix::Ptr<ClientConfig const> const& config, Rix::Ptr<
 
 void ClientRootSm::handleInitialized() {
   RIX_TRACE(clientTraceHandle, 7, "void Zeb::ClientRootSm::handleInitialized()");
-  if (initialized_) return;
-  initialized_ = true;
+  if (initialized()) return;
+  initializedIs(true);
   handleEnabled();
 }
 
 void ClientRootSm::handleEnabled() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TWINLOG(clientTraceHandle, 1, "void Zeb::ClientRootSm::handleEnabled(): config::enabled=%s",
               config_->enabled() ? "1" : "0");
   status_->enabledIs(config_->enabled());

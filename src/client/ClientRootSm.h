@@ -31,7 +31,6 @@ class ClientRootSm : public Rix::Reactor<ClientRootSm> {
   // Writes the status and, when enabled, creates the machines that are not there yet.
   void handleEnabled();
 
-  bool initialized() const { return initialized_; }
   ZebClientConfigSm* configSm() const { return configSm_.get(); }
   ZebEchoConfigSm* zebEchoConfigSm() const { return zebEchoConfigSm_.get(); }
   ZebEchoStatusExporterSm* echoStatusExporterSm() const { return echoStatusExporterSm_.get(); }
@@ -54,7 +53,6 @@ class ClientRootSm : public Rix::Reactor<ClientRootSm> {
     void onEnabled() override { pass(&ClientRootSm::handleEnabled); }
   };
 
-  bool initialized_ = false;
   RixConfig config_{this};
   Rix::Ptr<ClientStatus> const status_;
   Rix::Ptr<ClientConfig> const mountedConfig_;

@@ -23,7 +23,7 @@ ZebClientConfigSm::~ZebClientConfigSm() = default;
 
 void ZebClientConfigSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebClientConfigSm::handleInitialized()");
-  initialized_ = true;
+  initializedIs(true);
   handleHostname();
 }
 
@@ -67,7 +67,7 @@ void ZebClientConfigSm::RixGroup::handleInitialized() {
                 << " group=" << group_->name());
   sourceIntfDir_ = Rix::make<Ip::SourceIntf::SourceIntfDir>("sourceIntfDir");
   sourceIntfSm_.is(sourceIntfDir_, clientConfigSm_->ipStatus());
-  initialized_ = true;
+  initializedIs(true);
   mountedConfig_->groupIs(group_->name());
 }
 
@@ -82,7 +82,7 @@ void ZebClientConfigSm::RixGroup::handleInterface() {
 }
 
 void ZebClientConfigSm::RixGroup::handleInterface(Rix::String8 const& intfName) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Netkit::IntfId const intf(intfName.view());
   if (group_->interfaceIpHas(intfName)) {
     doUnregisterStaleSourceIntf();

@@ -30,7 +30,6 @@ class ZebClientConfigSm : public Rix::Reactor<ZebClientConfigSm> {
 
   Rix::Ptr<ClientConfig> const& mountedConfig() const { return mountedConfig_; }
   Rix::Ptr<Ip::Status const> const& ipStatus() const { return ipStatus_; }
-  bool initialized() const { return initialized_; }
 
   RixGroup* group(Rix::Name const& name) const { return group_.find(name); }
   U32 groups() const { return group_.size(); }
@@ -55,7 +54,6 @@ class ZebClientConfigSm : public Rix::Reactor<ZebClientConfigSm> {
 
   Rix::Ptr<ClientConfig> const mountedConfig_;
   Rix::Ptr<Ip::Status const> const ipStatus_;
-  bool initialized_ = false;
   RixConfig config_{this};
   RixNetConfig netConfig_{this};
   Rix::OwnedMap<Rix::Name, RixGroup> group_;
@@ -81,7 +79,6 @@ class ZebClientConfigSm::RixGroup : public Rix::Reactor<RixGroup> {
   // The group leaves the report in one step, with its interfaces.
   void doCleanup();
 
-  bool initialized() const { return initialized_; }
   // The interfaces registered for this group.
   Rix::Ptr<Ip::SourceIntf::SourceIntfDir> const& sourceIntfDir() const { return sourceIntfDir_; }
   ZebClientConfigSourceIntfSm* zebSourceIntfSm(Netkit::IntfId intf) const { return zebSourceIntfSm_.find(intf); }
@@ -102,7 +99,6 @@ class ZebClientConfigSm::RixGroup : public Rix::Reactor<RixGroup> {
 
   ZebClientConfigSm* const clientConfigSm_;
   Rix::Ptr<ClientConfig> const mountedConfig_;
-  bool initialized_ = false;
   Rix::Ptr<Ip::SourceIntf::SourceIntfDir> sourceIntfDir_;
   RixReachabilityGroup group_{this};
   Rix::Owned<Ip::SourceIntf::SourceIntfSm> sourceIntfSm_;

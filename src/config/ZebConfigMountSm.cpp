@@ -20,7 +20,7 @@ ZebConfigMountSm::ZebConfigMountSm(Rix::Ptr<Rix::Dir const> const& clientConfigD
 }
 
 void ZebConfigMountSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleClientConfig();
 }
 
@@ -29,7 +29,7 @@ void ZebConfigMountSm::handleClientConfig() {
 }
 
 void ZebConfigMountSm::handleClientConfig(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebConfigMountSm::handleClientConfig(Rix::Name const&) " << name);
   Rix::Ptr<Rix::Entity> const entity = clientConfigDir_->entityPtr(name);
   Fabric::SystemId const systemId = Fabric::systemIdFromString(name.view());
@@ -55,7 +55,7 @@ void ZebConfigClientMountSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebConfigClientMountSm::handleInitialized() client=" << systemId_);
   status_->clientIs(systemId_);
   handleHostname();
-  initialized_ = true;
+  initializedIs(true);
   Rix::sweepKeys(clientConfig_->groupIterator(), [this](Rix::Name const& name) { handleGroup(name); });
 }
 
@@ -66,7 +66,7 @@ void ZebConfigClientMountSm::handleHostname() {
 }
 
 void ZebConfigClientMountSm::handleGroup(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (Rix::Ptr<ClientReachabilityGroup const> const group = clientConfig_->group(name)) {
     groupIs(group);
   } else {
@@ -101,18 +101,18 @@ void RixGroup::handleInitialized() {
                                                                                       << " group=" << group_->rixKey());
   Rix::Ptr<ZebClient> const client = owner_->status_->client(owner_->systemId_);
   client->reachabilityGroupIs(group_->rixKey());
-  initialized_ = true;
+  initializedIs(true);
   handleInterface();
 }
 
 void RixGroup::handleInterface() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebConfigClientMountSm::RixGroup::handleInterface()");
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::sweepKeys(group_->interfaceIpIterator(), [this](Rix::String8 const& intfName) { handleInterface(intfName); });
 }
 
 void RixGroup::handleInterface(Rix::String8 const& intfName) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebConfigClientMountSm::RixGroup::handleInterface(Rix::String8 const&) client="
                 << owner_->systemId_ << " group=" << group_->rixKey() << " intf=" << intfName);

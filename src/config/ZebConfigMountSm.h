@@ -29,7 +29,6 @@ class ZebConfigClientMountSm : public Rix::Reactor<ZebConfigClientMountSm> {
     }
     static constexpr std::array rixParameterNames{"group", "zebConfigClientMountSm"};
 
-    bool initialized() const { return initialized_; }
     void handleInterface();
     void handleInterface(Rix::String8 const& intfName);
     void doCleanup();
@@ -42,7 +41,6 @@ class ZebConfigClientMountSm : public Rix::Reactor<ZebConfigClientMountSm> {
 
     void handleInitialized();
 
-    bool initialized_ = false;
     ZebConfigClientMountSm* const owner_;
     RixClientGroup group_{this};
   };
@@ -62,7 +60,6 @@ class ZebConfigClientMountSm : public Rix::Reactor<ZebConfigClientMountSm> {
   static constexpr std::array rixParameterNames{"systemId", "clientConfig", "status"};
 
   Fabric::SystemId const& systemId() const { return systemId_; }
-  bool initialized() const { return initialized_; }
   RixGroup* group(Rix::Name const& name) const { return group_.find(name); }
   U32 groups() const { return group_.size(); }
   // Null: RangeException.
@@ -84,7 +81,6 @@ class ZebConfigClientMountSm : public Rix::Reactor<ZebConfigClientMountSm> {
 
   Fabric::SystemId const systemId_;
   Rix::Ptr<ZebStatus> const status_;
-  bool initialized_ = false;
   RixClientConfig clientConfig_{this};
   Rix::OwnedMap<Rix::Name, RixGroup> group_;
 };
@@ -105,7 +101,6 @@ class ZebConfigMountSm : public Rix::Reactor<ZebConfigMountSm> {
   auto rixParameters() const { return std::tuple(Rix::Ptr<Rix::Dir const>(clientConfigDir_.notifier()), status_); }
   static constexpr std::array rixParameterNames{"clientConfigDir", "status"};
 
-  bool initialized() const { return initialized_; }
   ZebConfigClientMountSm* clientSm(Fabric::SystemId const& id) const { return clientSm_.find(id); }
   U32 clientSms() const { return clientSm_.size(); }
   ZebConfigClientMountSm* clientSmIs(Fabric::SystemId const& id, Rix::Ptr<ClientConfig const> const& clientConfig,
@@ -126,7 +121,6 @@ class ZebConfigMountSm : public Rix::Reactor<ZebConfigMountSm> {
   void handleInitialized();
 
   Rix::Ptr<ZebStatus> const status_;
-  bool initialized_ = false;
   RixClientConfigDir clientConfigDir_{this};
   Rix::OwnedMap<Fabric::SystemId, ZebConfigClientMountSm> clientSm_;
 };

@@ -19,8 +19,8 @@ ZebEchoConfigCopySm::ZebEchoConfigCopySm(Rix::Ptr<ZebSonarConfigV1 const> const&
 
 void ZebEchoConfigCopySm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebEchoConfigCopySm::handleInitialized()");
-  if (initialized_) return;
-  initialized_ = true;
+  if (initialized()) return;
+  initializedIs(true);
   handleTransmitter();
 }
 
@@ -29,7 +29,7 @@ void ZebEchoConfigCopySm::handleTransmitter() {
 }
 
 void ZebEchoConfigCopySm::handleTransmitter(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebEchoConfigCopySm::handleTransmitter(Rix::Name)"
                 << " transmitter=" << name);

@@ -28,7 +28,6 @@ class ZebEchoConfigCopySm : public Rix::Reactor<ZebEchoConfigCopySm> {
     return zebTransmitterConfigSm_.find(name);
   }
   U32 zebTransmitterConfigSms() const { return zebTransmitterConfigSm_.size(); }
-  bool initialized() const { return initialized_; }
 
  private:
   struct RixZebEchoConfig : Rix::Watch<RixZebEchoConfig, ZebSonarConfigV1 const, ZebEchoConfigCopySm> {
@@ -43,7 +42,6 @@ class ZebEchoConfigCopySm : public Rix::Reactor<ZebEchoConfigCopySm> {
   void handleTransmitter(Rix::Name const& name);
 
   Rix::Ptr<Sonar::Config> const echoZebConfig_;
-  bool initialized_ = false;
   RixZebEchoConfig zebEchoConfig_{this};
   Rix::OwnedMap<Rix::Name, ZebTransmitterConfigSm> zebTransmitterConfigSm_;
 };

@@ -19,8 +19,8 @@ ZebEchoConfigSm::ZebEchoConfigSm(Rix::Ptr<ClientConfig const> const& clientConfi
 
 void ZebEchoConfigSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebEchoConfigSm::handleInitialized()");
-  if (!initialized_) {
-    initialized_ = true;
+  if (!initialized()) {
+    initializedIs(true);
     handleEchoZebConfigDir();
   }
   echoZebConfig_->enabledIs(clientConfig_->enabled());
@@ -31,7 +31,7 @@ void ZebEchoConfigSm::handleEchoZebConfigDir() {
 }
 
 void ZebEchoConfigSm::handleEchoZebConfigDir(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::Dir::Entry const* const entry = zebEchoConfigDir_->entry(name);
   // An entry stands before its entity has been made. It also stands, complete, while the loss of its entity is told.
   if (!zebEchoConfigDir_->entityPtrHas(name) && entry && entry->status() != Rix::Dir::Entry::statusComplete) {

@@ -28,7 +28,6 @@ class ZebEchoConfigSm : public Rix::Reactor<ZebEchoConfigSm> {
 
   // The copy of the one order entity, or null.
   ZebEchoConfigCopySm* zebEchoConfigCopySm() const { return zebEchoConfigCopySm_.get(); }
-  bool initialized() const { return initialized_; }
 
  private:
   struct RixZebEchoConfigDir : Rix::Watch<RixZebEchoConfigDir, Rix::Dir const, ZebEchoConfigSm> {
@@ -44,7 +43,6 @@ class ZebEchoConfigSm : public Rix::Reactor<ZebEchoConfigSm> {
 
   Rix::Ptr<ClientConfig const> const clientConfig_;
   Rix::Ptr<Sonar::Config> const echoZebConfig_;
-  bool initialized_ = false;
   RixZebEchoConfigDir zebEchoConfigDir_{this};
   Rix::Owned<ZebEchoConfigCopySm> zebEchoConfigCopySm_;
 };

@@ -19,7 +19,7 @@ ZebGroupBuilderSm::ZebGroupBuilderSm(Rix::Ptr<ZebConfig const> const& config, Ri
 
 // Probes first, so that their groups stand when the clients are looked at.
 void ZebGroupBuilderSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleProbeConfig();
   handleClient();
 }
@@ -29,7 +29,7 @@ void ZebGroupBuilderSm::handleProbeConfig() {
 }
 
 void ZebGroupBuilderSm::handleProbeConfig(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (Rix::Ptr<ZebProbeConfig const> const probeConfig = config_->probeConfig(name)) {
     RIX_TRACE(traceHandle, 8, "void Zeb::ZebGroupBuilderSm::handleProbeConfig(Rix::Name const&) Adding: " << name);
     probeSmIs(probeConfig, status_.notifier());
@@ -44,7 +44,7 @@ void ZebGroupBuilderSm::handleClient() {
 }
 
 void ZebGroupBuilderSm::handleClient(Fabric::SystemId const& id) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (Rix::Ptr<ZebClient const> const client = status_->client(id)) {
     RIX_TRACE(traceHandle, 8, "void Zeb::ZebGroupBuilderSm::handleClient(Fabric::SystemId const&) Adding: " << id);
     clientSmIs(client, status_.notifier());
@@ -68,7 +68,7 @@ ZebGroupBuilderProbeSm::ZebGroupBuilderProbeSm(Rix::Ptr<ZebProbeConfig const> co
 }
 
 void ZebGroupBuilderProbeSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleGroup();
 }
 
@@ -120,7 +120,7 @@ ZebGroupBuilderClientSm::ZebGroupBuilderClientSm(Rix::Ptr<ZebClient const> const
 }
 
 void ZebGroupBuilderClientSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleClientGroup();
 }
 
@@ -129,7 +129,7 @@ void ZebGroupBuilderClientSm::handleClientGroup() {
 }
 
 void ZebGroupBuilderClientSm::handleClientGroup(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::Ptr<ReachabilityGroup> const group = status_->group(name);
   if (!group) return;  // no probe uses it; should one begin to, handleGroup catches up
   Fabric::SystemId const& id = client_->systemId();
@@ -143,7 +143,7 @@ void ZebGroupBuilderClientSm::handleClientGroup(Rix::Name const& name) {
 }
 
 void ZebGroupBuilderClientSm::handleGroup() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::sweepKeys(status_->groupIterator(), [this](Rix::Name const& name) { handleGroup(name); });
 }
 

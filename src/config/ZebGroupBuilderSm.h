@@ -24,7 +24,6 @@ class ZebGroupBuilderProbeSm : public Rix::Reactor<ZebGroupBuilderProbeSm> {
   auto rixParameters() const { return std::tuple(probeConfig_, status_); }
   static constexpr std::array rixParameterNames{"probeConfig", "status"};
 
-  bool initialized() const { return initialized_; }
   Rix::String8 const& lastSrcGroup() const { return lastSrcGroup_; }
   Rix::String8 const& lastDstGroup() const { return lastDstGroup_; }
 
@@ -42,7 +41,6 @@ class ZebGroupBuilderProbeSm : public Rix::Reactor<ZebGroupBuilderProbeSm> {
 
   Rix::Ptr<ZebProbeConfig const> const probeConfig_;
   Rix::Ptr<ZebStatus> const status_;
-  bool initialized_ = false;
   Rix::String8 lastSrcGroup_;
   Rix::String8 lastDstGroup_;
 };
@@ -85,7 +83,6 @@ class ZebGroupBuilderClientSm : public Rix::Reactor<ZebGroupBuilderClientSm> {
 
   void handleInitialized();
 
-  bool initialized_ = false;
   RixClient client_{this};
   RixStatus status_{this};
 };
@@ -142,7 +139,6 @@ class ZebGroupBuilderSm : public Rix::Reactor<ZebGroupBuilderSm> {
 
   void handleInitialized();
 
-  bool initialized_ = false;
   RixConfig config_{this};
   RixStatus status_{this};
   Rix::OwnedMap<Rix::Name, ZebGroupBuilderProbeSm> probeSm_;

@@ -50,10 +50,11 @@ class ZebPublisherClientProbeGroupMemberSm : public Rix::Reactor<ZebPublisherCli
 
   void handleIntfIp(Rix::String8 const& intfName);
 
+  // The ids fill up what the addresses leave of their last word.
+  [[no_unique_address]] InterfaceAddresses interfaceIp_;
   Fabric::SystemId const memberId_;
   Fabric::SystemId const systemId_;
   Rix::Ptr<ZebTransmitterConfig> const transmitter_;
-  InterfaceAddresses interfaceIp_;
   RixClientGroup clientGroup_{this};
 };
 static_assert(sizeof(ZebPublisherClientProbeGroupMemberSm) == 72);

@@ -19,7 +19,7 @@ ZebPublisherClientProbeGroupSm::ZebPublisherClientProbeGroupSm(
 void ZebPublisherClientProbeGroupSm::handleInitialized() {
   transmitterName_ = probeConfig_->rixKey() + Rix::String8(":") + clientGroup_->rixKey();
   waveConfig_->transmitterIs(transmitterName_);
-  initialized_ = true;
+  initializedIs(true);
   Rix::sweepKeys(clientGroup_->interfaceIpIterator(), [this](Rix::String8 const& intfName) { handleIntfIp(intfName); });
   Rix::sweepKeys(group_->memberIterator(), [this](Fabric::SystemId const& id) { handleGroupMember(id); });
   handleRate();
@@ -29,7 +29,7 @@ void ZebPublisherClientProbeGroupSm::handleInitialized() {
 }
 
 void ZebPublisherClientProbeGroupSm::handleIntfIp(Rix::String8 const& intfName) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   bool const present = clientGroup_->interfaceIpHas(intfName);
   RIX_TRACE(publisherTraceHandle, 8,
             "client " << systemId_ << " probe " << probeConfig_->rixKey() << " group " << group_->rixKey() << " intf "
@@ -44,7 +44,7 @@ void ZebPublisherClientProbeGroupSm::handleIntfIp(Rix::String8 const& intfName) 
 }
 
 void ZebPublisherClientProbeGroupSm::handleGroupMember(Fabric::SystemId const& memberId) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(publisherTraceHandle, 8,
             "client " << systemId_ << " probe " << probeConfig_->rixKey() << " group " << group_->rixKey()
                       << " group member " << memberId);
@@ -82,7 +82,7 @@ void ZebPublisherClientProbeGroupSm::doSyncHopsRate() {
 }
 
 void ZebPublisherClientProbeGroupSm::handlePort(U16 port) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(publisherTraceHandle, 8, "port: " << port);
   Rix::Ptr<ZebTransmitterConfig> const order = transmitter();
   if (!order) return;

@@ -37,7 +37,6 @@ class ZebPublisherClientProbeGroupSm : public Rix::Reactor<ZebPublisherClientPro
   void doCleanup();
 
   Rix::String8 const& transmitterName() const { return transmitterName_; }
-  bool initialized() const { return initialized_; }
   ZebPublisherClientProbeGroupMemberSm* memberSm(Fabric::SystemId const& memberId) const {
     return memberSm_.find(memberId);
   }
@@ -83,7 +82,6 @@ class ZebPublisherClientProbeGroupSm : public Rix::Reactor<ZebPublisherClientPro
   Rix::Ptr<ZebStatus const> const status_;
   Rix::Ptr<ZebSonarConfigV1> const waveConfig_;
   Rix::Name transmitterName_;
-  bool initialized_ = false;
   RixGroup group_{this};
   RixClientGroup clientGroup_{this};
   RixProbeConfig probeConfig_{this};

@@ -33,7 +33,7 @@ void ZebPublisherClientSm::handleInitialized() {
   RIX_TRACE(publisherTraceHandle, 8, "client " << systemId());
   doAddWaveConfig();
   if (!waveConfig_) return;
-  initialized_ = true;
+  initializedIs(true);
   Rix::sweepKeys(config_->probeConfigIterator(), [this](Rix::Name const& probe) { handleProbe(probe); });
   handleClientReachabilityGroup();
 }
@@ -52,7 +52,7 @@ void ZebPublisherClientSm::doAddWaveConfig() {
 // ---- groups and probes ----
 
 void ZebPublisherClientSm::handleProbe(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(publisherTraceHandle, 8, "client " << systemId() << " probe " << name);
   ZebProbeConfig const* const probe = config_->probeConfig(name);
   if (!probe) {
@@ -75,7 +75,7 @@ void ZebPublisherClientSm::handleClientReachabilityGroup() {
 }
 
 void ZebPublisherClientSm::handleClientReachabilityGroup(Rix::Name const& name) {
-  if (initialized_) doAddRemoveAllProbesForGroup(name);
+  if (initialized()) doAddRemoveAllProbesForGroup(name);
 }
 
 void ZebPublisherClientSm::handleGroup() {
@@ -83,7 +83,7 @@ void ZebPublisherClientSm::handleGroup() {
 }
 
 void ZebPublisherClientSm::handleGroup(Rix::Name const& name) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(publisherTraceHandle, 8, "client " << systemId() << " group " << name);
   handleClientReachabilityGroup(name);
 }
@@ -114,7 +114,7 @@ void ZebPublisherClientSm::doAddRemoveProbeForItsGroups(ZebProbeConfig const& pr
 }
 
 void ZebPublisherClientSm::doAddRemoveProbeForGroup(Rix::Name const& probe, Rix::Name const& group) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   ZebProbeConfig const* const probeConfig = config_->probeConfig(probe);
   ZebProbeGroupList* const list = probeGroupList(probe);
   if (client_->reachabilityGroup(group) && status_->group(group) && probeConfig && list) {

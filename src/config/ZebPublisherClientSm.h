@@ -38,7 +38,6 @@ class ZebPublisherClientSm : public Rix::Reactor<ZebPublisherClientSm> {
 
   // This switch's orders; null until they are found, and from then on the same object.
   ZebSonarConfigV1* waveConfig() const { return waveConfig_.get(); }
-  bool initialized() const { return initialized_; }
   ZebProbeGroupList* probeGroupList(Rix::Name const& probe) const { return probeGroupList_.find(probe); }
   ZebProbeGroupList* probeGroupListIs(Rix::Name const& probe) {
     return probeGroupList_.is(
@@ -91,7 +90,6 @@ class ZebPublisherClientSm : public Rix::Reactor<ZebPublisherClientSm> {
   Rix::Ptr<Rix::Dir> const waveConfigDir_;
   Rix::Ptr<ZebSonarConfigV1> waveConfig_;
   Rix::EntityMap<Rix::Name, ZebProbeGroupList> probeGroupList_;
-  bool initialized_ = false;
   RixClient client_{this};
   RixConfig config_{this};
   RixStatus status_{this};

@@ -24,8 +24,8 @@ void ZebTransmitterConfigSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebTransmitterConfigSm::handleInitialized()"
                 << " transmitter=" << zebTransmitterConfig_->name());
-  if (initialized_) return;
-  initialized_ = true;
+  if (initialized()) return;
+  initializedIs(true);
   sync();
 }
 
@@ -50,7 +50,7 @@ void ZebTransmitterConfigSm::handlePort() {
 }
 
 void ZebTransmitterConfigSm::handlePort(U16 port) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   bool const present = zebTransmitterConfig_->port(port);
   RIX_TRACE(traceHandle, 8, "port: " << port << " present: " << present);
   if (present) {
@@ -63,7 +63,7 @@ void ZebTransmitterConfigSm::handlePort(U16 port) {
 }
 
 void ZebTransmitterConfigSm::syncSourceInterface() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::sweepKeys(zebTransmitterConfig_->sourceInterfaceIterator(),
                  [this](Netkit::IntfId intf) { addSourceInterface(intf); });
   Rix::sweepKeys(transmitterConfig_->sourceInterfaceIterator(),
@@ -71,7 +71,7 @@ void ZebTransmitterConfigSm::syncSourceInterface() {
 }
 
 void ZebTransmitterConfigSm::syncSourceInterface(Netkit::IntfId intf) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (zebTransmitterConfig_->sourceInterfaceHas(intf)) addSourceInterface(intf);
   if (transmitterConfig_->sourceInterfaceHas(intf)) removeSourceInterface(intf);
 }
@@ -85,13 +85,13 @@ void ZebTransmitterConfigSm::removeSourceInterface(Netkit::IntfId intf) {
 }
 
 void ZebTransmitterConfigSm::syncIpDest() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::sweepKeys(zebTransmitterConfig_->ipDestIterator(), [this](Netkit::IpAddr ip) { addIpDest(ip); });
   Rix::sweepKeys(transmitterConfig_->ipDestIterator(), [this](Netkit::IpAddr ip) { removeIpDest(ip); });
 }
 
 void ZebTransmitterConfigSm::syncIpDest(Netkit::IpAddr ip) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (zebTransmitterConfig_->ipDestHas(ip)) addIpDest(ip);
   if (transmitterConfig_->ipDestHas(ip)) removeIpDest(ip);
 }
@@ -109,13 +109,13 @@ void ZebTransmitterConfigSm::removeIpDest(Netkit::IpAddr ip) {
 }
 
 void ZebTransmitterConfigSm::syncHopsRate() {
-  if (!initialized_) return;
+  if (!initialized()) return;
   Rix::sweepKeys(zebTransmitterConfig_->hopsRateIterator(), [this](U16 hop) { addHopsRate(hop); });
   Rix::sweepKeys(transmitterConfig_->hopsRateIterator(), [this](U16 hop) { removeHopsRate(hop); });
 }
 
 void ZebTransmitterConfigSm::syncHopsRate(U16 hop) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (zebTransmitterConfig_->hopsRateHas(hop)) addHopsRate(hop);
   if (transmitterConfig_->hopsRateHas(hop)) removeHopsRate(hop);
 }

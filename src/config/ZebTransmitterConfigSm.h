@@ -31,8 +31,6 @@ class ZebTransmitterConfigSm : public Rix::Reactor<ZebTransmitterConfigSm> {
   // Ports of the transmitter that the order does not name stay.
   void sync();
 
-  bool initialized() const { return initialized_; }
-
  private:
   struct RixZebTransmitterConfig
       : Rix::Watch<RixZebTransmitterConfig, ZebTransmitterConfig const, ZebTransmitterConfigSm> {
@@ -68,7 +66,6 @@ class ZebTransmitterConfigSm : public Rix::Reactor<ZebTransmitterConfigSm> {
   void removeHopsRate(U16 hop);
 
   Rix::Ptr<Sonar::TransmitterConfig> const transmitterConfig_;
-  bool initialized_ = false;
   RixZebTransmitterConfig zebTransmitterConfig_{this};
 };
 

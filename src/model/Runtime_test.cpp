@@ -213,6 +213,109 @@ TEST(Notification, RandomNestedVisitsKeepOrderAndMembership) {
   }
 }
 
+// Hears of nothing, so that it is never listed and still holds what it watches.
+struct DeafWatch : Rix::Watch<DeafWatch, ZebConfig const, DeafWatch> {
+  DeafWatch() : Watch(this) {}
+};
+
+// Attaches, moves, silences, deafens and destroys watchers at random, one or many to an entity, and compares after each
+// step with what must hold: who is listed, who is told, and how many references each entity has.
+void randomWatchers(U32 seed) {
+  struct Watcher {
+    Rix::Ptr<ListenerSm> hearing;
+    std::unique_ptr<DeafWatch> deaf;
+    std::size_t at = 0;  // the entity that both watch; `none` for none
+    bool active = true;
+    bool zombie = false;
+  };
+  constexpr std::size_t none = 4;
+  std::array<Rix::Ptr<ZebConfig>, none> entities;
+  for (auto& entity : entities) entity = Rix::make<ZebConfig>();
+  std::array<Watcher, 5> watchers;
+  for (auto& watcher : watchers) watcher = {Rix::make<ListenerSm>(nullptr), std::make_unique<DeafWatch>(), none};
+  U32 state = seed;
+  auto const random = [&state](std::size_t below) {
+    state = state * 1664525 + 1013904223;
+    return (state >> 8) % below;
+  };
+  for (int step = 0; step < 2000; ++step) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", step " << step);
+    Watcher& one = watchers[random(watchers.size())];
+    switch (random(5)) {
+      case 0:
+      case 1:
+        one.at = random(none + 1);
+        one.hearing->config_.notifierIs(one.at == none ? nullptr : entities[one.at].get());
+        one.deaf->notifierIs(one.at == none ? nullptr : entities[one.at].get());
+        break;
+      case 2:
+        one.active = !one.active;
+        one.hearing->config_.isRegisteredNotifieeIs(one.active);
+        break;
+      case 3:
+        one.zombie = !one.zombie;
+        one.hearing->config_.rixDoZombieReactors(one.zombie);
+        break;
+      default:
+        one = {Rix::make<ListenerSm>(nullptr), std::make_unique<DeafWatch>(), none};
+    }
+    std::size_t const written = random(none);
+    for (auto& watcher : watchers) watcher.hearing->heard_.clear();
+    entities[written]->enabledIs(!entities[written]->enabled());
+    std::array<U32, none> watching{}, listed{};
+    for (auto& watcher : watchers) {
+      bool const hears = watcher.active && !watcher.zombie;
+      if (watcher.at != none) {
+        watching[watcher.at] += 2;
+        listed[watcher.at] += hears ? 1 : 0;
+      }
+      ASSERT_EQ(watcher.hearing->heard_.size(), hears && watcher.at == written ? 1u : 0u);
+    }
+    for (std::size_t i = 0; i < none; ++i) {
+      ASSERT_EQ(entities[i]->references(), 1 + watching[i]);
+      ASSERT_EQ(entities[i]->notifieeCount(), listed[i]);
+    }
+  }
+}
+
+TEST(Notification, ListsAndCountsStayRightHoweverWatchersComeAndGo) {
+  for (U32 seed = 1; seed <= 20; ++seed) randomWatchers(seed);
+}
+
+TEST(Notification, ListsAndCountsStayRightWithThreadSafePointersToo) {
+  Rix::VFPtrInterface::enableThreadSafePointers = true;
+  randomWatchers(21);
+  Rix::VFPtrInterface::enableThreadSafePointers = false;
+}
+
+TEST(Notification, OneSilencedInTheSweepOfItsAttachIsNotTold) {
+  auto config = Rix::make<ZebConfig>();
+  config->probeConfigIs("a");
+  auto listener = Rix::make<ListenerSm>(nullptr);
+  listener->whenHeard = [&] { listener->config_.isRegisteredNotifieeIs(false); };
+  listener->config_.notifierIs(config.get());
+  EXPECT_EQ(listener->heard_, Heard{"+a"});
+  EXPECT_EQ(config->notifieeCount(), 0u);
+  config->enabledIs(true);
+  EXPECT_EQ(listener->heard_, Heard{"+a"});
+  EXPECT_EQ(config->references(), 2u);
+}
+
+TEST(Notification, OneThatMovesOnInTheSweepOfItsAttachIsToldThereAlone) {
+  auto first = Rix::make<ZebConfig>();
+  auto second = Rix::make<ZebConfig>();
+  first->probeConfigIs("a");
+  auto listener = Rix::make<ListenerSm>(nullptr);
+  listener->whenHeard = [&] { listener->config_.notifierIs(second.get()); };
+  listener->config_.notifierIs(first.get());
+  first->enabledIs(true);
+  second->enabledIs(true);
+  EXPECT_EQ(listener->heard_, (Heard{"+a", "enabled"}));
+  EXPECT_EQ(first->references(), 1u);
+  EXPECT_EQ(first->notifieeCount(), 0u);
+  EXPECT_EQ(second->notifieeCount(), 1u);
+}
+
 TEST(Collection, DelAllTellsOnceOfEachKey) {
   auto config = Rix::make<ZebConfig>();
   for (char const* name : {"a", "b", "c"}) config->probeConfigIs(name);
@@ -474,7 +577,8 @@ TEST_F(Timers, RandomSettingsFireInOrder) {
   for (int change = 0; change < 5000; ++change) {
     auto const which = random(300);
     bool const off = random(5) == 0;
-    double const when = 101 + random(50) + (change / 100) * 0.5;
+    int const round = change / 100;
+    double const when = 101 + random(50) + round * 0.5;
     timers[which]->timer_.timeMinIs(off ? Rix::never : when);
     wanted[which] = {off ? Rix::never : when, serial++};
   }

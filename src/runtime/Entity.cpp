@@ -27,18 +27,41 @@ void NotifieeBase::onNotificationException(std::exception const& exception) {
 }
 
 NotifieeBase::~NotifieeBase() {
-  rixListedIs(false, 0);
-  if (notifier_) notifier_->rixRelease();
+  // Its interest cannot be asked any more; where it stands alone, the entity's is its.
+  if (notifier_) notifier_->rixRemove(*this, notifier_->rixInterest());
 }
 
 void NotifieeBase::isRegisteredNotifieeIs(bool registered) {
-  flags_ = static_cast<U16>(registered ? flags_ | registeredFlag : flags_ & ~registeredFlag);
-  if (notifier_) rixListedIs(registered && !isZombie(), rixInterest());
+  flags_ = static_cast<U16>(registered ? flags_ & ~silencedFlag : flags_ | silencedFlag);
+  rixListAsWanted();
 }
 
 void NotifieeBase::rixDoZombieReactors(bool zombie) {
   flags_ = static_cast<U16>(zombie ? flags_ | zombieFlag : flags_ & ~zombieFlag);
-  if (notifier_) rixListedIs(isRegisteredNotifiee() && !zombie, rixInterest());
+  rixListAsWanted();
+}
+
+void NotifieeBase::rixListAsWanted() {
+  if (!notifier_ || notifier_->rixHolds(*this) == hears()) return;
+  // Joining and leaving count a reference too, which the watcher holds all the time.
+  if (hears()) {
+    notifier_->rixAdd(*this, rixInterest());
+    notifier_->rixRelease();
+  } else {
+    notifier_->rixReference();
+    notifier_->rixRemove(*this, rixInterest());
+  }
+}
+
+void NotifieeBase::rixMove(Entity& entity, Interest interest, bool sweeps) {
+  entity.rixReference();
+  if (Entity* const old = std::exchange(notifier_, &entity)) old->rixRemove(*this, interest);
+  if (sweeps && !isZombie()) {
+    rixSweep();
+    // The sweep may have moved this notifiee on to another entity, or none.
+    if (notifier_ != &entity) return;
+  }
+  rixListAsWanted();
 }
 
 Entity::~Entity() {
@@ -55,7 +78,13 @@ U32 Entity::notifieeCount() const {
   return static_cast<U32>(rixList()->notifiees.size()) - rixList()->removed;
 }
 
-void Entity::rixAddToList(NotifieeBase& notifiee) {
+bool Entity::rixListHolds(NotifieeBase const& notifiee) const {
+  if ((watchers_ & listTag) == 0) return false;
+  auto const& notifiees = rixList()->notifiees;
+  return notifiee.position_ < notifiees.size() && notifiees[notifiee.position_] == &notifiee;
+}
+
+void Entity::rixAddToList(NotifieeBase& notifiee, Interest interest) {
   if ((watchers_ & listTag) == 0) {
     auto list = std::make_unique<List>();
     auto* first = reinterpret_cast<NotifieeBase*>(watchers_);
@@ -65,29 +94,31 @@ void Entity::rixAddToList(NotifieeBase& notifiee) {
   }
   List& list = *rixList();
   if (list.depth == 0) rixCompact(list);
+  rixInterestIs(rixInterest() | interest);
   notifiee.position_ = static_cast<U32>(list.notifiees.size());
   list.notifiees.push_back(&notifiee);
 }
 
 void Entity::rixRemoveFromList(NotifieeBase& notifiee) {
+  if (!rixListHolds(notifiee)) return;
   List& list = *rixList();
-  RIX_ASSERT(list.notifiees.at(notifiee.position_) == &notifiee);
   list.notifiees[notifiee.position_] = nullptr;
   ++list.removed;
-  if (list.removed == list.notifiees.size()) interest_ = 0;
+  if (list.removed == list.notifiees.size()) rixInterestIs(0);
   if (list.depth == 0) rixCompact(list);
 }
 
 void Entity::rixCompact(List& list) {
   if (std::size_t{list.removed} * 2 <= list.notifiees.size()) return;
-  interest_ = 0;
+  Interest interest = 0;
   U32 place = 0;
   for (NotifieeBase* notifiee : list.notifiees) {
     if (!notifiee) continue;
     notifiee->position_ = place;
     list.notifiees[place++] = notifiee;
-    interest_ |= notifiee->rixInterest();
+    interest |= notifiee->rixInterest();
   }
+  rixInterestIs(interest);
   list.notifiees.resize(place);
   list.removed = 0;
 }

@@ -45,7 +45,7 @@ class NotifieeBase {
   virtual void rixSweep() {}
 
   // Whether it stands in the list of what it watches. A notifiee without an entity remembers the wish.
-  bool isRegisteredNotifiee() const { return (flags_ & registeredFlag) != 0; }
+  bool isRegisteredNotifiee() const { return (flags_ & silencedFlag) == 0; }
   void isRegisteredNotifieeIs(bool registered);
   bool isZombie() const { return (flags_ & zombieFlag) != 0; }
   // A zombie hears nothing and sweeps nothing.
@@ -66,13 +66,15 @@ class NotifieeBase {
 
  private:
   friend class Entity;
-  static constexpr U16 registeredFlag = 1;  // wants to be in the list
+  static constexpr U16 silencedFlag = 1;  // does not want to be in the list
   static constexpr U16 zombieFlag = 2;
-  static constexpr U16 listedFlag = 4;  // is in the list
 
-  void rixListedIs(bool listed, Interest interest);
+  bool hears() const { return flags_ == 0; }
+  // Puts it on the list of what it watches, or takes it off, as its flags want.
+  void rixListAsWanted();
+  void rixMove(Entity& entity, Interest interest, bool sweeps);
 
-  U16 flags_ = registeredFlag;
+  U16 flags_ = 0;
   U32 position_ = 0;  // in the entity's list, when it has one
   Entity* notifier_ = nullptr;
 };
@@ -96,7 +98,7 @@ class Entity : public PtrInterface {
   // Notifiee type.
   template <class Notifiee, class Call>
   void rixNotify(unsigned attribute, Call const& call) {
-    if ((interest_ & interestBit(attribute)) == 0) return;
+    if ((rixInterest() & interestBit(attribute)) == 0) return;
     if ((watchers_ & listTag) == 0) {
       rixGuarded(
           *reinterpret_cast<NotifieeBase*>(watchers_),
@@ -124,58 +126,58 @@ class Entity : public PtrInterface {
     }
   }
   void rixVisitList(ErasedCall call, void const* argument);
+
+  // The union of the watchers' interest; may be more than that while a list has gaps.
+  Interest rixInterest() const { return static_cast<Interest>(upperWord() >> 16); }
+  void rixInterestIs(Interest interest) { upperWordIs(U32{interest} << 16); }
+
+  // Whether the notifiee is in the list. Whoever is interested in nothing never is: the watchers of a clock, for one.
+  bool rixHolds(NotifieeBase const& notifiee) const {
+    return watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee) || rixListHolds(notifiee);
+  }
+  // Lists the notifiee, which is not listed, and takes a reference for it; of the only watcher, both in one step.
   void rixAdd(NotifieeBase& notifiee, Interest interest) {
-    interest_ |= interest;
-    if (watchers_ == 0) {
+    if (watchers_ == 0 && interest != 0) [[likely]] {
       watchers_ = reinterpret_cast<std::uintptr_t>(&notifiee);
+      rixReference(U32{interest} << 16);
     } else {
-      rixAddToList(notifiee);
+      rixReference();
+      if (interest != 0) rixAddToList(notifiee, interest);
     }
   }
-  void rixRemove(NotifieeBase& notifiee) {
-    if ((watchers_ & listTag) == 0) {
-      RIX_ASSERT(watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee));
+  // Drops its reference, and takes it off the list if it is there. `interest` is what it was listed with.
+  void rixRemove(NotifieeBase& notifiee, Interest interest) {
+    if (watchers_ == reinterpret_cast<std::uintptr_t>(&notifiee)) [[likely]] {
       watchers_ = 0;
-      interest_ = 0;
+      rixRelease(U32{interest} << 16);
     } else {
-      rixRemoveFromList(notifiee);
+      if (watchers_ != 0) rixRemoveFromList(notifiee);
+      rixRelease();
     }
   }
-  void rixAddToList(NotifieeBase& notifiee);
+  void rixAddToList(NotifieeBase& notifiee, Interest interest);
   void rixRemoveFromList(NotifieeBase& notifiee);
+  bool rixListHolds(NotifieeBase const& notifiee) const;
   List* rixList() const { return reinterpret_cast<List*>(watchers_ & ~listTag); }
   void rixCompact(List& list);
 
   static constexpr std::uintptr_t listTag = 1;
 
-  Interest interest_ = 0;
   std::uintptr_t watchers_ = 0;  // 0: none; untagged: the one watcher; tagged: a List
 };
 
-// Whoever is interested in nothing is never listed: the watchers of a clock, for one.
-inline void NotifieeBase::rixListedIs(bool listed, Interest interest) {
-  if (((flags_ & listedFlag) != 0) == listed || (listed && interest == 0)) return;
-  flags_ ^= listedFlag;
-  if (listed) {
-    notifier_->rixAdd(*this, interest);
-  } else {
-    notifier_->rixRemove(*this);
-  }
-}
-
 inline void NotifieeBase::rixNotifierIs(Entity* entity, Interest interest, bool sweeps) {
-  if (entity == notifier_) return;
-  rixListedIs(false, interest);
-  Entity* const old = std::exchange(notifier_, entity);
-  if (entity) entity->rixReference();
-  if (old) old->rixRelease();
-  if (!entity || isZombie()) return;
-  if (sweeps) {
-    rixSweep();
-    // The sweep may have moved this notifiee on to another entity, or none.
-    if (notifier_ != entity || isZombie()) return;
+  Entity* const old = notifier_;
+  if (entity == old) return;
+  if (!entity) {
+    notifier_ = nullptr;
+    old->rixRemove(*this, interest);
+  } else if (!old && !sweeps && hears()) [[likely]] {
+    notifier_ = entity;
+    entity->rixAdd(*this, interest);
+  } else {
+    rixMove(*entity, interest, sweeps);
   }
-  if (isRegisteredNotifiee()) rixListedIs(true, interest);
 }
 
 }  // namespace Rix

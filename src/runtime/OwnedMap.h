@@ -24,17 +24,37 @@ void checkOwnedParameters(T const& member, Arguments const&... arguments) {
   (std::make_index_sequence<sizeof...(Arguments)>());
 }
 
-// One reactor for each key. Iteration gives entries with `key` and `value`, a Ptr<T>.
+// How the members of an OwnedBy are kept: `find` gives null if there is none, `reactor` is what an iterator stands at.
 template <class Key, class T>
-class OwnedMap {
- public:
-  T* find(Key const& key) const {
-    Ptr<T> const* found = map_.find(key);
+struct KeptBesideTheirKeys {
+  using Store = ValueMap<Key, Ptr<T>>;
+  static T* find(Store const& store, Key const& key) {
+    Ptr<T> const* found = store.find(key);
     return found ? found->get() : nullptr;
   }
-  U32 size() const { return map_.size(); }
-  auto begin() const { return map_.begin(); }
-  auto end() const { return map_.end(); }
+  static void add(Store& store, Key const& key, Ptr<T> const& made) {
+    store.is(key, made, [](Key const&) {});
+  }
+  static T& reactor(auto const& entry) { return *entry.value; }
+};
+template <class Key, class T>
+struct KeptWithTheirKeys {
+  using Store = EntityMap<Key, T>;
+  static T* find(Store const& store, Key const& key) { return store.find(key); }
+  static void add(Store& store, Key const&, Ptr<T> const& made) {
+    store.adopt(made, [](Key const&) {});
+  }
+  static T& reactor(Ptr<T> const& member) { return *member; }
+};
+
+// One reactor for each key.
+template <class Key, class T, template <class, class> class Kept>
+class OwnedBy {
+ public:
+  T* find(Key const& key) const { return Kept<Key, T>::find(store_, key); }
+  U32 size() const { return store_.size(); }
+  auto begin() const { return store_.begin(); }
+  auto end() const { return store_.end(); }
 
   // Returns the member of that key; if there is none, constructs one, stores it, and turns its notifications on.
   // A member that was constructed with other arguments: NameInUseException, which names the attribute.
@@ -45,70 +65,40 @@ class OwnedMap {
       return found;
     }
     Ptr<T> made = make<T>(arguments...);
-    map_.is(key, made, [](Key const&) {});
+    Kept<Key, T>::add(store_, key, made);
     made->hasNotificationActiveIs(true);
     return made.get();
   }
   void del(Key const& key) {
     Ptr<T> old = find(key);
     if (!old) return;
-    map_.del(key, [](Key const&) {});
+    store_.del(key, [](Key const&) {});
     old->hasNotificationActiveIs(false);
   }
   void delAll() {
-    sweepKeys(map_, [this](Key const& key) { del(key); });
+    sweepKeys(store_, [this](Key const& key) { del(key); });
   }
+
+  // As parts of a reactor (see Reactor.h).
+  friend void partActiveIs(OwnedBy& part, bool active) {
+    for (auto const& member : part) Kept<Key, T>::reactor(member).hasNotificationActiveIs(active);
+  }
+  friend void partZombieIs(OwnedBy& part, bool zombie) {
+    for (auto const& member : part) Kept<Key, T>::reactor(member).rixDoZombieReactors(zombie);
+  }
+  friend void partEnd(OwnedBy& part) { part.delAll(); }
 
  private:
-  ValueMap<Key, Ptr<T>> map_;
+  typename Kept<Key, T>::Store store_;
 };
 
-// The same for reactors that hold their key themselves (`rixKey`), in 32 bytes less for each: for those that exist by
-// the million. Iteration gives Ptr<T>.
+// Iteration gives entries with `key` and `value`, a Ptr<T>.
 template <class Key, class T>
-class OwnedSet {
- public:
-  T* find(Key const& key) const { return set_.find(key); }
-  U32 size() const { return set_.size(); }
-  auto begin() const { return set_.begin(); }
-  auto end() const { return set_.end(); }
+using OwnedMap = OwnedBy<Key, T, KeptBesideTheirKeys>;
 
-  template <class... Arguments>
-  T* is(Key const& key, Arguments const&... arguments) {
-    if (T* found = find(key)) {
-      checkOwnedParameters(*found, arguments...);
-      return found;
-    }
-    Ptr<T> made = make<T>(arguments...);
-    set_.adopt(made, [](Key const&) {});
-    made->hasNotificationActiveIs(true);
-    return made.get();
-  }
-  void del(Key const& key) {
-    Ptr<T> old = find(key);
-    if (!old) return;
-    set_.del(key, [](Key const&) {});
-    old->hasNotificationActiveIs(false);
-  }
-  void delAll() {
-    sweepKeys(set_, [this](Key const& key) { del(key); });
-  }
-
- private:
-  EntityMap<Key, T> set_;
-};
-
+// For reactors that hold their key themselves (`rixKey`), in 32 bytes less for each: for those that exist by the
+// million. Iteration gives Ptr<T>.
 template <class Key, class T>
-void partActiveIs(OwnedSet<Key, T>& part, bool active) {
-  for (auto const& member : part) member->hasNotificationActiveIs(active);
-}
-template <class Key, class T>
-void partZombieIs(OwnedSet<Key, T>& part, bool zombie) {
-  for (auto const& member : part) member->rixDoZombieReactors(zombie);
-}
-template <class Key, class T>
-void partEnd(OwnedSet<Key, T>& part) {
-  part.delAll();
-}
+using OwnedSet = OwnedBy<Key, T, KeptWithTheirKeys>;
 
 }  // namespace Rix

@@ -4,7 +4,9 @@
 //   bit 31  zombie: the object no longer runs handlers
 //   bit 29  hasNotificationActive: its owner has turned its notifications on
 //   others  the count; good below 2^29, since flag 29 lies above what plain counting reaches
-// Flags and count share the word, so counting adds and subtracts one and never writes the word as a whole.
+// Flags and count share the word, so counting adds and subtracts one and never writes the word as a whole. It is the
+// lower half of one of 64 bits, whose upper half is the derived class's: what changes along with the count, as an
+// entity's interest does, then costs nothing more.
 #pragma once
 
 #include <atomic>
@@ -29,10 +31,10 @@ class PtrInterface {
   PtrInterface& operator=(PtrInterface const&) = delete;
   virtual ~PtrInterface() = default;
 
-  bool hasNotificationActive() const { return (word_ & activeBit) != 0; }
-  bool isZombie() const { return (word_ & zombieBit) != 0; }
+  bool hasNotificationActive() const { return flag(activeBit); }
+  bool isZombie() const { return flag(zombieBit); }
   // How many Ptr hold this object.
-  U32 references() const { return word_ & countMask; }
+  U32 references() const { return static_cast<U32>(word_) & countMask; }
 
   // Turns the object's notifications on or off. A reactor passes the change on to its watchers and then to what it
   // owns, in the order of its attributes; an equal value changes nothing.
@@ -40,22 +42,16 @@ class PtrInterface {
   // Makes a reactor and all below it deaf for good (or hearing again, which only tests need).
   virtual void rixDoZombieReactors(bool zombie) { flagIs(zombieBit, zombie); }
 
-  void rixReference() const {
-    if (VFPtrInterface::enableThreadSafePointers) {
-      std::atomic_ref<U32>(word_).fetch_add(1, std::memory_order_relaxed);
-    } else {
-      RIX_ASSERT((word_ & plainCountMask) != plainCountMask);
-      ++word_;
-    }
+  // Takes one reference, and drops one. `upper` is what the derived class adds to or takes off its half of the word in
+  // the same step.
+  void rixReference(U32 upper = 0) const {
+    U64 const sum = wordGrows(U64{upper} << 32 | 1);
+    RIX_ASSERT((sum & plainCountMask) != 0);
   }
-  void rixRelease() const {
-    U32 left;
-    if (VFPtrInterface::enableThreadSafePointers) {
-      left = std::atomic_ref<U32>(word_).fetch_sub(1, std::memory_order_acq_rel) - 1;
-    } else {
-      left = --word_;
-    }
-    if ((left & countMask) == 0) const_cast<PtrInterface*>(this)->handleZeroRef();
+  void rixRelease(U32 upper = 0) const {
+    U64 const left = wordGrows(-(U64{upper} << 32 | 1));
+    if ((left & countMask) == 0) [[unlikely]]
+      const_cast<PtrInterface*>(this)->handleZeroRef();
   }
 
  protected:
@@ -64,11 +60,15 @@ class PtrInterface {
   // The count has reached zero: destroys the object.
   virtual void handleZeroRef() { delete this; }
 
-  bool flagIs(U32 bit, bool value) {
-    if (((word_ & bit) != 0) == value) return false;
+  bool flag(U64 bit) const { return (word_ & bit) != 0; }
+  bool flagIs(U64 bit, bool value) {
+    if (flag(bit) == value) return false;
     word_ ^= bit;
     return true;
   }
+
+  U32 upperWord() const { return static_cast<U32>(word_ >> 32); }
+  void upperWordIs(U32 upper) { wordGrows(U64{upper - upperWord()} << 32); }
 
   static constexpr U32 zombieBit = 1u << 31;
   static constexpr U32 activeBit = 1u << 29;
@@ -76,7 +76,15 @@ class PtrInterface {
   static constexpr U32 plainCountMask = 0x1fffffff;
 
  private:
-  mutable U32 word_ = 0;
+  // Adds, modulo 2^64, and returns the sum.
+  U64 wordGrows(U64 difference) const {
+    if (VFPtrInterface::enableThreadSafePointers) [[unlikely]] {
+      return std::atomic_ref<U64>(word_).fetch_add(difference, std::memory_order_acq_rel) + difference;
+    }
+    return word_ += difference;
+  }
+
+  mutable U64 word_ = 0;
 };
 
 // Owns one reference. Null is a value; dereferencing null is an assertion. Converts as plain pointers do.

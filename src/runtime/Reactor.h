@@ -26,10 +26,8 @@ namespace Rix {
 
 template <class T>
 class Owned;
-template <class Key, class T>
-class OwnedMap;
 
-// One kind of part each: watchers, owned reactors, keyed owned reactors.
+// One kind of part each: watchers, owned reactors, and (in OwnedMap.h) reactors owned by key.
 inline void partActiveIs(NotifieeBase& watcher, bool active) {
   watcher.isRegisteredNotifieeIs(active);
 }
@@ -49,37 +47,28 @@ template <class T>
 void partEnd(Owned<T>& part) {
   part.del();
 }
-template <class Key, class T>
-void partActiveIs(OwnedMap<Key, T>& part, bool active) {
-  for (auto& member : part) member.value->hasNotificationActiveIs(active);
-}
-template <class Key, class T>
-void partZombieIs(OwnedMap<Key, T>& part, bool zombie) {
-  for (auto& member : part) member.value->rixDoZombieReactors(zombie);
-}
-template <class Key, class T>
-void partEnd(OwnedMap<Key, T>& part) {
-  part.delAll();
-}
 
-template <class Self, class Base = PtrInterface>
-class Reactor : public Base {
+template <class Self>
+class Reactor : public PtrInterface {
  public:
-  using Base::Base;
-
   void hasNotificationActiveIs(bool active) override {
-    if (!this->flagIs(PtrInterface::activeBit, active)) return;
+    if (!flagIs(activeBit, active)) return;
     self().rixParts([active](auto& part) { partActiveIs(part, active); });
   }
   void rixDoZombieReactors(bool zombie) override {
-    if (!this->flagIs(PtrInterface::zombieBit, zombie)) return;
+    if (!flagIs(zombieBit, zombie)) return;
     self().rixParts([zombie](auto& part) { partZombieIs(part, zombie); });
   }
   void doCleanup() {}
 
+  // Whether it stands whole. The sweep of an attach may come before all that a handler needs is there: such a handler
+  // asks this first, and handleInitialized, which sets it, makes up for what was not done.
+  bool initialized() const { return flag(initializedBit); }
+
  protected:
+  void initializedIs(bool initialized) { flagIs(initializedBit, initialized); }
   void handleZeroRef() override {
-    this->rixReference();  // whoever takes a reference while this ends must not end it again
+    rixReference();  // whoever takes a reference while this ends must not end it again
     self().doCleanup();
     self().rixDoZombieReactors(true);
     self().rixParts([](auto& part) { partEnd(part); });
@@ -87,6 +76,8 @@ class Reactor : public Base {
   }
 
  private:
+  static constexpr U64 initializedBit = U64{1} << 32;
+
   Self& self() { return static_cast<Self&>(*this); }
 };
 

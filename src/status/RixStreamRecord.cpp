@@ -21,7 +21,7 @@ RixStreamRecord::RixStreamRecord(Rix::Ptr<ClientProbeStreamRecord const> const& 
 
 void RixStreamRecord::handleInit() {
   RIX_TRACE(traceHandle, 8, "client=" << systemId() << " srcIp=" << id_.srcIp() << " dstIp=" << id_.dstIp());
-  initialized_ = true;
+  initializedIs(true);
   zebStreamRecord_ = zebClientWaveStatusSm_->zebStreamTable().streamRecordIs(id_);
   RIX_ASSERT(zebStreamRecord());
   Rix::sweepKeys(clientRecord_->egressRecordIterator(), [this](U8 ttl) { handleEgressRecord(ttl); });
@@ -30,7 +30,7 @@ void RixStreamRecord::handleInit() {
 }
 
 void RixStreamRecord::handleEgressRecord(U8 ttl) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (ClientProbeStreamEgressRecord const* const clientEgressRecord = clientRecord_->egressRecord(ttl)) {
     RIX_TRACE(traceHandle, 5, id_ << " egress record added, ttl=" << U32{ttl});
     doHandleEgressRecordPresent(*clientEgressRecord);
@@ -55,7 +55,7 @@ void RixStreamRecord::doHandleEgressRecordPresent(ClientProbeStreamEgressRecord 
 }
 
 void RixStreamRecord::handleIngressRecord(U8 ttl) {
-  if (!initialized_) return;
+  if (!initialized()) return;
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebClientWaveStatusSm::RixStreamRecord::handleIngressRecord(U8)" << ' ' << id_);
   if (ClientProbeStreamIngressRecord const* const clientIngressRecord = clientRecord_->ingressRecord(ttl)) {
     doHandleIngressRecordPresent(*clientIngressRecord);
@@ -123,7 +123,7 @@ void RixStreamRecord::handleProbeName() {
 
 void RixStreamRecord::handleProbeName(Rix::Name const& name) {
   // The names that stand when the record is attached come once the central record is there.
-  if (!initialized_) return;
+  if (!initialized()) return;
   if (clientRecord_->probeName(name)) {
     RIX_TRACE(traceHandle, 5, "probeName: " << name << " stream: " << id_);
     zebStreamRecord_->probeNameIs(name, true);

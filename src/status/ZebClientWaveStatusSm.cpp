@@ -22,7 +22,7 @@ ZebClientWaveStatusSm::ZebClientWaveStatusSm(Fabric::SystemId const& systemId,
 ZebClientWaveStatusSm::~ZebClientWaveStatusSm() = default;
 
 void ZebClientWaveStatusSm::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   RIX_TRACE(traceHandle, 8,
             "void Zeb::ZebClientWaveStatusSm::handleInitialized()"
                 << " client=" << systemId_);

@@ -33,7 +33,6 @@ class ZebClientWaveStatusSm : public Rix::Reactor<ZebClientWaveStatusSm> {
   ZebStatus const& zebStatus() const { return *zebStatus_; }
   ProbeStreamTable& zebStreamTable() const { return *zebStreamTable_; }
   ClientProbeStreamTable const* clientStreamTable() const { return clientStreamTable_.notifier(); }
-  bool initialized() const { return initialized_; }
 
   RixStreamRecord* streamRecord(ProbeStreamId const& id) const { return streamRecord_.find(id); }
   U32 streamRecords() const { return streamRecord_.size(); }
@@ -59,7 +58,6 @@ class ZebClientWaveStatusSm : public Rix::Reactor<ZebClientWaveStatusSm> {
   Fabric::SystemId const systemId_;
   Rix::Ptr<ZebStatus const> const zebStatus_;
   Rix::Ptr<ProbeStreamTable> const zebStreamTable_;
-  bool initialized_ = false;
   RixClientWaveStatus clientWaveStatus_{this};
   RixClientStreamTable clientStreamTable_{this};
   Rix::OwnedMap<ProbeStreamId, RixStreamRecord> streamRecord_;
@@ -115,7 +113,6 @@ class ZebClientWaveStatusSm::RixStreamRecord : public Rix::Reactor<RixStreamReco
   ZebClientWaveStatusSm* const zebClientWaveStatusSm_;
   ProbeStreamId const id_;
   Rix::Ptr<ProbeStreamRecord> zebStreamRecord_;
-  bool initialized_ = false;
   RixClientRecord clientRecord_{this};
   Rix::OwnedMap<U8, ZebWaveIngressRecordSm> ingressRecordSm_;
   Rix::OwnedMap<U8, ZebWaveEgressRecordSm> egressRecordSm_;

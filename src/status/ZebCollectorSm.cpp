@@ -19,7 +19,7 @@ ZebCollectorSm::ZebCollectorSm(Rix::Ptr<ZebStatus const> const& zebStatus,
 
 void ZebCollectorSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebCollectorSm::handleInitialized()");
-  initialized_ = true;
+  initializedIs(true);
   Rix::sweepKeys(waveStatusDir_->entityPtrIterator(), [this](Rix::Name const& name) { handleClientEntry(name); });
 }
 

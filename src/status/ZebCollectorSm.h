@@ -31,7 +31,6 @@ class ZebCollectorSm : public Rix::Reactor<ZebCollectorSm> {
     return clientSm_.is(systemId, systemId, zebStatus, clientWaveStatus, zebStreamTable);
   }
   void clientSmDel(Fabric::SystemId const& id) { clientSm_.del(id); }
-  bool initialized() const { return initialized_; }
 
  private:
   struct RixWaveStatusDir : Rix::Watch<RixWaveStatusDir, Rix::Dir const, ZebCollectorSm> {
@@ -44,7 +43,6 @@ class ZebCollectorSm : public Rix::Reactor<ZebCollectorSm> {
 
   Rix::Ptr<ZebStatus const> const zebStatus_;
   Rix::Ptr<ProbeStreamTable> const zebStreamTable_;
-  bool initialized_ = false;
   RixWaveStatusDir waveStatusDir_{this};
   Rix::OwnedMap<Fabric::SystemId, ZebClientWaveStatusSm> clientSm_;
 };

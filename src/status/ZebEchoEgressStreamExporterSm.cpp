@@ -20,7 +20,7 @@ ZebEchoEgressStreamExporterSm::ZebEchoEgressStreamExporterSm(Rix::Ptr<Sonar::Sta
 
 void ZebEchoEgressStreamExporterSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebEchoEgressStreamExporterSm::handleInitialized()");
-  initializedIs(echoLocalStatus_->egressStreamTable());
+  standingRowsMark(echoLocalStatus_->egressStreamTable());
 }
 
 void ZebEchoEgressStreamExporterSm::doProcessEgressStreamEntry(Sonar::EgressStream const& key) {

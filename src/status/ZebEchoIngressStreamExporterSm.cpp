@@ -33,7 +33,7 @@ ZebEchoIngressStreamExporterSm::ZebEchoIngressStreamExporterSm(
 
 void ZebEchoIngressStreamExporterSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebEchoIngressStreamExporterSm::handleInitialized()");
-  initializedIs(echoLocalStatus_->ingressStreamStatisticsTable());
+  standingRowsMark(echoLocalStatus_->ingressStreamStatisticsTable());
 }
 
 void ZebEchoIngressStreamExporterSm::doProcessIngressStreamEntry(Sonar::IngressStream const& key) {

@@ -19,7 +19,7 @@ ZebEchoStatusExporterSm::ZebEchoStatusExporterSm(Rix::Ptr<Sonar::Status const> c
 
 void ZebEchoStatusExporterSm::handleInitialized() {
   RIX_TRACE(traceHandle, 8, "void Zeb::ZebEchoStatusExporterSm::handleInitialized()");
-  initialized_ = true;
+  initializedIs(true);
   Rix::Ptr<ClientProbeStreamTable> const probeStreamTable = zebEchoStatus_->probeStreamTable();
   ingressStreamExporterSm_.is(echoLocalStatus_, probeStreamTable, ipStatus_);
   egressStreamExporterSm_.is(echoStatus_, echoLocalStatus_, probeStreamTable);

@@ -24,7 +24,6 @@ class ZebEchoStatusExporterSm : public Rix::Reactor<ZebEchoStatusExporterSm> {
 
   ZebEchoIngressStreamExporterSm* ingressStreamExporterSm() const { return ingressStreamExporterSm_.get(); }
   ZebEchoEgressStreamExporterSm* egressStreamExporterSm() const { return egressStreamExporterSm_.get(); }
-  bool initialized() const { return initialized_; }
 
  private:
   void handleInitialized();
@@ -33,7 +32,6 @@ class ZebEchoStatusExporterSm : public Rix::Reactor<ZebEchoStatusExporterSm> {
   Rix::Ptr<Sonar::LocalStatus const> const echoLocalStatus_;
   Rix::Ptr<ZebSonarStatusV1> const zebEchoStatus_;
   Rix::Ptr<Ip::Status const> const ipStatus_;
-  bool initialized_ = false;
   Rix::Owned<ZebEchoIngressStreamExporterSm> ingressStreamExporterSm_;
   Rix::Owned<ZebEchoEgressStreamExporterSm> egressStreamExporterSm_;
 };

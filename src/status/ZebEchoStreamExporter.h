@@ -29,10 +29,9 @@ class ZebEchoStreamExporter : public Rix::Reactor<Self> {
   Rix::Seconds entryQueueTime() const { return entryQueueClock_.timeMin(); }
   bool entryQueue(Key const& key) const { return entryQueue_.get(key); }
   U32 entryQueues() const { return entryQueue_.size(); }
-  bool initialized() const { return initialized_; }
 
   void handleClock() {
-    if (!initialized_) return;
+    if (!this->initialized()) return;
     doProcessEntryQueue();
     self().handleQueueProcessed();
     entryQueueClock_.timeMinIs(Rix::never);
@@ -51,14 +50,14 @@ class ZebEchoStreamExporter : public Rix::Reactor<Self> {
 
   // The end of construction: marks every row that stands, and lets the first run follow at once.
   template <class Table>
-  void initializedIs(Table& table) {
-    initialized_ = true;
+  void standingRowsMark(Table& table) {
+    this->initializedIs(true);
     Sonar::visitKeys(table, [this](Key const& key) { handleEntry(key); });
     entryQueueClock_.timeMinIs(Rix::now());
   }
 
   void handleEntry(Key const& key) {
-    if (!initialized_) return;
+    if (!this->initialized()) return;
     entryQueue_.is(key, true, [](Key const&) {});
     Rix::Seconds const now = Rix::now();
     if (entryQueueClock_.timeMin() <= now + fastExportInterval_) return;
@@ -86,7 +85,6 @@ class ZebEchoStreamExporter : public Rix::Reactor<Self> {
   Rix::ValueMap<Key, bool> entryQueue_;
   Rix::Seconds exportInterval_ = 5.0;
   Rix::Seconds fastExportInterval_ = 0.1;
-  bool initialized_ = false;
 };
 
 }  // namespace Zeb

@@ -40,7 +40,7 @@ RixStreamRecord::RixStreamRecord(Rix::Ptr<ProbeStreamRecord const> const& stream
 }
 
 void RixStreamRecord::handleInitialized() {
-  initialized_ = true;
+  initializedIs(true);
   handleId();
 }
 

@@ -28,7 +28,6 @@ class ZebPairStreamSm : public Rix::Reactor<ZebPairStreamSm> {
     }
     static constexpr std::array rixParameterNames{"streamRecord", "zebPairStreamSm"};
 
-    bool initialized() const { return initialized_; }
     void handleSourceId() { handleId(); }
     void handleDestinationId() { handleId(); }
     // Enters the stream under its pair, once both ends are known.
@@ -44,7 +43,6 @@ class ZebPairStreamSm : public Rix::Reactor<ZebPairStreamSm> {
 
     void handleInitialized();
 
-    bool initialized_ = false;
     ZebPairStreamSm* const owner_;
     RixRecord streamRecord_{this};
   };
