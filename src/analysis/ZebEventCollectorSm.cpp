@@ -35,6 +35,18 @@ void IngressRecord::handleStats() {
   probesReceivedLast_ = stats->probesReceived();
 }
 
+// The way to the stream's event: by the reactor of the TTL.
+void IngressRecord::RixIngressStats::rixPrefetch(unsigned step) {
+  ZebEventCollectorIngressStreamSm const* const ttlSm = owner().owner_;
+  if (step == 0) {
+    Rix::prefetch(ttlSm);
+    Rix::prefetch(owner().record_.notifier());
+  } else {
+    if (step == 1) Rix::prefetch(ttlSm->zebIngressRecord_.notifier());
+    Rix::Entity::rixPrefetch(ttlSm->event_.get(), step - 1);
+  }
+}
+
 // Differences are computed in 32 bits: a counter's upper half takes no part.
 
 void IngressRecord::handleProbesLost() {

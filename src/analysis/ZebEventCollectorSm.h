@@ -41,6 +41,7 @@ class ZebEventCollectorIngressStreamSm : public Rix::Reactor<ZebEventCollectorIn
       void onProbesLost() override { pass(&RixIngressRecord::handleProbesLost); }
       void onProbesMisordered() override { pass(&RixIngressRecord::handleProbesMisordered); }
       void onProbesDuplicated() override { pass(&RixIngressRecord::handleProbesDuplicated); }
+      void rixPrefetch(unsigned step) override;
     };
 
     // `owner` outlives this reactor.
@@ -55,6 +56,7 @@ class ZebEventCollectorIngressStreamSm : public Rix::Reactor<ZebEventCollectorIn
     }
     static constexpr std::array rixParameterNames{"record", "zebEventCollectorIngressStreamSm"};
 
+    Fabric::SystemId const& rixKey() const { return record_.notifier()->switchId(); }
     // The counters at the last look, and the last event that was written.
     U64 probesLostLast() const { return probesLostLast_; }
     U64 probesMisorderedLast() const { return probesMisorderedLast_; }
@@ -101,6 +103,7 @@ class ZebEventCollectorIngressStreamSm : public Rix::Reactor<ZebEventCollectorIn
                       status_);
   }
   static constexpr std::array rixParameterNames{"streamRecord", "zebIngressRecord", "eventTable", "status"};
+  U8 rixKey() const { return zebIngressRecord_.notifier()->ttl(); }
 
   RixIngressRecord* ingressRecord(Fabric::SystemId const& switchId) const { return ingressRecord_.find(switchId); }
   RixIngressRecord* ingressRecordIs(Rix::Ptr<ProbeStreamSwitchIngressRecord> const& record);
@@ -114,7 +117,7 @@ class ZebEventCollectorIngressStreamSm : public Rix::Reactor<ZebEventCollectorIn
   Rix::Ptr<ZebStatus> const status_;
   Rix::Ptr<ProbeStreamEvent> const event_;  // the stream's slot, so that no counter asks the table for it
   RixZebIngressRecord zebIngressRecord_{this};
-  Rix::OwnedMap<Fabric::SystemId, RixIngressRecord> ingressRecord_;
+  Rix::OwnedSet<Fabric::SystemId, RixIngressRecord> ingressRecord_;
 };
 
 // One stream: holds a reactor for each TTL.
@@ -136,6 +139,7 @@ class ZebEventCollectorStreamSm : public Rix::Reactor<ZebEventCollectorStreamSm>
     return std::tuple(Rix::Ptr<ProbeStreamRecord>(streamRecord_.notifier()), eventTable_, status_);
   }
   static constexpr std::array rixParameterNames{"streamRecord", "eventTable", "status"};
+  ProbeStreamId const& rixKey() const { return streamRecord_.notifier()->streamId(); }
 
   ZebEventCollectorIngressStreamSm* ingressSm(U8 ttl) const { return ingressSm_.find(ttl); }
   ZebEventCollectorIngressStreamSm* ingressSmIs(Rix::Ptr<ProbeStreamRecord> const& streamRecord,
@@ -154,7 +158,7 @@ class ZebEventCollectorStreamSm : public Rix::Reactor<ZebEventCollectorStreamSm>
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
   Rix::Ptr<ZebStatus> const status_;
   RixStreamRecord streamRecord_{this};
-  Rix::OwnedMap<U8, ZebEventCollectorIngressStreamSm> ingressSm_;
+  Rix::OwnedSet<U8, ZebEventCollectorIngressStreamSm> ingressSm_;
 };
 
 // The whole table: gives each stream its event and its reactor, and takes both away again.
@@ -194,7 +198,7 @@ class ZebEventCollectorSm : public Rix::Reactor<ZebEventCollectorSm> {
   Rix::Ptr<ProbeStreamEventTable> const eventTable_;
   Rix::Ptr<ZebStatus> const status_;
   RixStreamTable streamTable_{this};
-  Rix::OwnedMap<ProbeStreamId, ZebEventCollectorStreamSm> streamSm_;
+  Rix::OwnedSet<ProbeStreamId, ZebEventCollectorStreamSm> streamSm_;
 };
 
 Rix::Ptr<ZebEventCollectorSm> zebEventCollectorSmFactory(Rix::Ptr<ProbeStreamTable> const& streamTable,

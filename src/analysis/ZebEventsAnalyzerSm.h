@@ -43,7 +43,7 @@ class ZebEventsAnalyzerSm : public Rix::Reactor<ZebEventsAnalyzerSm> {
  private:
   Rix::Ptr<Root> const root_;
   RixZebStreamEventsDir zebStreamEventsDir_{this};
-  Rix::OwnedMap<ProbeStreamId, ZebStreamEventsAnalyzerSm> streamEventsAnalyzerSm_;
+  Rix::OwnedSet<ProbeStreamId, ZebStreamEventsAnalyzerSm> streamEventsAnalyzerSm_;
 };
 
 Rix::Ptr<ZebEventsAnalyzerSm> zebEventsAnalyzerSmFactory(Rix::Ptr<Root> const& root,

@@ -16,6 +16,7 @@ class ZebStreamLossAnalyzerSm : public Rix::Reactor<ZebStreamLossAnalyzerSm> {
   struct RixEvent : Rix::Watch<RixEvent, ProbeStreamEvent const, ZebStreamLossAnalyzerSm> {
     using Watch::Watch;
     void onUp() override { pass(&ZebStreamLossAnalyzerSm::handleEvent); }
+    void rixPrefetch(unsigned step) override { Rix::Entity::rixPrefetch(owner().queue_.get(), step); }
   };
 
   ZebStreamLossAnalyzerSm(Rix::Ptr<Root> const& root, ProbeStreamId const& streamId,
@@ -29,6 +30,7 @@ class ZebStreamLossAnalyzerSm : public Rix::Reactor<ZebStreamLossAnalyzerSm> {
   }
   static constexpr std::array rixParameterNames{"root", "streamId", "event", "queue"};
 
+  ProbeStreamId const& rixKey() const { return event_.notifier()->streamId(); }
   // An event that is complete when this starts is queued once.
   void handleInitialized();
   void handleEvent();
@@ -86,7 +88,7 @@ class ZebLossAnalyzerSm : public Rix::Reactor<ZebLossAnalyzerSm> {
   Rix::Ptr<Root> const root_;
   Rix::Ptr<ZebStatus> const status_;
   RixEventTable eventTable_{this};
-  Rix::OwnedMap<ProbeStreamId, ZebStreamLossAnalyzerSm> streamLossAnalyzerSm_;
+  Rix::OwnedSet<ProbeStreamId, ZebStreamLossAnalyzerSm> streamLossAnalyzerSm_;
   Rix::Owned<ZebSysloggerSm> sysloggerSm_;
   Rix::Owned<ZebLossPairRecorderSm> lossPairRecorderSm_;
 };

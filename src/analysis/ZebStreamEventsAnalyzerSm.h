@@ -36,6 +36,7 @@ class ZebStreamEventsAnalyzerSm : public Rix::Reactor<ZebStreamEventsAnalyzerSm>
   static constexpr std::array rixParameterNames{"streamId", "root", "streamEventsQueue"};
 
   ProbeStreamId const& streamId() const { return streamEventsQueue_->streamId(); }
+  ProbeStreamId const& rixKey() const { return streamId(); }
   // The time between the first event of a batch and its analysis.
   static constexpr Rix::Seconds deferInterval() { return 1.0; }
   // When the batch that waits will be analysed; never, if none does.

@@ -1,6 +1,7 @@
 // Following a writer: the check of what arrives, the application of deltas, and of snapshots as a difference.
 #include "runtime/Replica.h"
 
+#include <algorithm>
 #include <set>
 
 #include "runtime/Assert.h"
@@ -79,17 +80,18 @@ struct Replica::Check {
     }
   }
 
-  bool standing(U32 slot) const { return !fresh && slot < replica.nodes_.size() && replica.nodes_[slot].entity; }
+  bool standing(U32 slot) const { return !fresh && slot < replica.kindAt_.size() && replica.kindAt_[slot] != 0; }
 
   // The record in a slot, which must be there by now, and so must all above it.
   Record const& record(std::size_t at, U32 slot) {
     if (slot == none) refuse(at, "slot", "one that is in use", slot);
+    if (brought.empty() && removed.empty() && standing(slot)) return replica.recordAt(slot);
     Record const* found = nullptr;
     for (U32 above = slot; above != none;) {
       auto const own = brought.find(above);
       bool const gone = removed.contains(above) || (own != brought.end() && own->second.gone);
       if (gone || (own == brought.end() && !standing(above))) refuse(at, "slot", "one that is in use", slot);
-      if (!found) found = own != brought.end() ? own->second.record : &recordOf(*replica.nodes_[above].entity);
+      if (!found) found = own != brought.end() ? own->second.record : &replica.recordAt(above);
       // Without a deletion so far, what stands below a standing record stands.
       if (own == brought.end() && removed.empty() && !anyGone) break;
       above = own != brought.end() ? own->second.parent : replica.nodes_[above].parent;
@@ -179,7 +181,7 @@ struct Replica::Check {
     }
     removed.insert(slot);
     Node const& node = replica.nodes_[slot];
-    Field const& field = *recordOf(*replica.nodes_[node.parent].entity).fields()[node.field];
+    Field const& field = *replica.recordAt(node.parent).fields()[node.field];
     ByteWriter key;
     if (field.kind() == AttributeKind::entities) field.child().fields()[0]->encode(*node.entity, key);
     keys[{node.parent, field.index(), std::string(key.view())}] = false;
@@ -202,7 +204,14 @@ Replica::Replica(Record const& record, NewWriter newWriter, RootChanged rootChan
 Replica::~Replica() = default;
 
 void Replica::place(U32 slot, U32 serial, Ptr<Entity> const& entity, U32 parent, unsigned field) {
-  if (slot >= nodes_.size()) nodes_.resize(slot + std::size_t{1});
+  if (slot >= nodes_.size()) {
+    nodes_.resize(slot + std::size_t{1});
+    kindAt_.resize(slot + std::size_t{1});
+  }
+  auto kind = std::find(kinds_.begin(), kinds_.end(), &recordOf(*entity));
+  if (kind == kinds_.end()) kind = kinds_.insert(kind, &recordOf(*entity));
+  RIX_ASSERT(kinds_.size() < 256);
+  kindAt_[slot] = static_cast<U8>(kind - kinds_.begin() + 1);
   Node& node = nodes_[slot];
   node = {entity, serial, parent, none, none, none, static_cast<U8>(field)};
   ++records_;
@@ -223,6 +232,7 @@ void Replica::forget(U32 slot) {
   if (node.next != none) nodes_[node.next].previous = node.previous;
   while (nodes_[slot].firstChild != none) forget(nodes_[slot].firstChild);
   nodes_[slot] = Node{};
+  kindAt_[slot] = 0;
   --records_;
 }
 
@@ -258,15 +268,27 @@ Ptr<Entity> Replica::build(Record const& record, ByteReader& reader, U32 parent,
 void Replica::delta(std::string_view payload) {
   if (!root()) ByteReader(payload).malformed("delta", "a snapshot first", "a delta");
   std::vector<DeltaStep> const steps = Check(*this, payload).delta();
-  constexpr std::size_t ahead = 8;
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    if (i + ahead < steps.size()) prefetch(steps[i + ahead]);
+    prefetch(steps, i);
     apply(steps[i], payload);
   }
 }
 
-void Replica::prefetch(DeltaStep const& step) const {
-  if (step.step == Step::write && step.slot < nodes_.size()) __builtin_prefetch(nodes_[step.slot].entity.get());
+// Counters lie far apart, and far from what they lead to: each of the next writes asks the memory for one step more of
+// what it will touch. With more writes between two steps it was slower: what is asked for must still be near when it is
+// touched.
+void Replica::prefetch(std::vector<DeltaStep> const& steps, std::size_t next) const {
+  constexpr unsigned way = 13;  // from a slot to the timer of the batch
+  for (unsigned step = 0; step < way; ++step) {
+    std::size_t const ahead = next + way - step;
+    if (ahead >= steps.size() || steps[ahead].step != Step::write || steps[ahead].slot >= nodes_.size()) continue;
+    Node const& node = nodes_[steps[ahead].slot];
+    if (step == 0) {
+      Rix::prefetch(&node);
+    } else {
+      Entity::rixPrefetch(node.entity.get(), step - 1);
+    }
+  }
 }
 
 void Replica::apply(DeltaStep const& step, std::string_view payload) {
@@ -306,6 +328,7 @@ void Replica::checkSnapshot(std::string_view payload) const {
 struct Replica::Patch {
   Patch(Replica& r, std::string_view payload, bool serials) : replica(r), reader(payload), serialsCount(serials) {
     old.swap(replica.nodes_);
+    replica.kindAt_.clear();
     replica.records_ = 0;
     for (U32 slot = 0; slot < old.size(); ++slot) {
       if (old[slot].entity) serialOf[old[slot].entity.get()] = old[slot].serial;
@@ -507,12 +530,16 @@ void Replica::adopt(Ptr<Entity> const& entity, U32 parent, unsigned field) {
 void Replica::replaceRoot(std::string_view payload) {
   remove();
   ByteReader reader(payload);
-  rootChanged_(build(record_, reader, none, 0));
+  Ptr<Entity> const made = build(record_, reader, none, 0);
+  nodes_.shrink_to_fit();
+  kindAt_.shrink_to_fit();
+  rootChanged_(made);
 }
 
 void Replica::remove() {
   bool const stood = root() != nullptr;
   nodes_.clear();
+  kindAt_.clear();
   records_ = 0;
   if (stood) rootChanged_(nullptr);
 }

@@ -83,7 +83,9 @@ class Replica {
   void forget(U32 slot);
   Ptr<Entity> build(Record const& record, ByteReader& reader, U32 parent, unsigned field);
   void apply(DeltaStep const& step, std::string_view payload);
-  void prefetch(DeltaStep const& step) const;
+  void prefetch(std::vector<DeltaStep> const& steps, std::size_t next) const;
+  // A slot that is in use.
+  Record const& recordAt(U32 slot) const { return *kinds_[kindAt_[slot] - std::size_t{1}]; }
   void replaceRoot(std::string_view payload);
   void adopt(Ptr<Entity> const& entity, U32 parent, unsigned field);
 
@@ -91,6 +93,10 @@ class Replica {
   NewWriter const newWriter_;
   RootChanged const rootChanged_;
   std::vector<Node> nodes_;
+  // Of what kind the record in each slot is, counted from 1 in `kinds_`; 0 if the slot is free. A check of a frame
+  // needs no more than this, a byte for each record that it meets.
+  std::vector<U8> kindAt_;
+  std::vector<Record const*> kinds_;
   std::size_t records_ = 0;
 };
 

@@ -14,15 +14,15 @@ using RixStreamRecord = ZebClientWaveStatusSm::RixStreamRecord;
 
 RixStreamRecord::RixStreamRecord(Rix::Ptr<ClientProbeStreamRecord const> const& clientRecord,
                                  ZebClientWaveStatusSm* parent)
-    : zebClientWaveStatusSm_(parent), id_(clientRecord->streamId()) {
+    : zebClientWaveStatusSm_(parent) {
   clientRecord_.notifierIs(clientRecord);
   handleInit();
 }
 
 void RixStreamRecord::handleInit() {
-  RIX_TRACE(traceHandle, 8, "client=" << systemId() << " srcIp=" << id_.srcIp() << " dstIp=" << id_.dstIp());
+  RIX_TRACE(traceHandle, 8, "client=" << systemId() << " srcIp=" << rixKey().srcIp() << " dstIp=" << rixKey().dstIp());
   initializedIs(true);
-  zebStreamRecord_ = zebClientWaveStatusSm_->zebStreamTable().streamRecordIs(id_);
+  zebStreamRecord_ = zebClientWaveStatusSm_->zebStreamTable().streamRecordIs(rixKey());
   RIX_ASSERT(zebStreamRecord());
   Rix::sweepKeys(clientRecord_->egressRecordIterator(), [this](U8 ttl) { handleEgressRecord(ttl); });
   Rix::sweepKeys(clientRecord_->ingressRecordIterator(), [this](U8 ttl) { handleIngressRecord(ttl); });
@@ -32,10 +32,10 @@ void RixStreamRecord::handleInit() {
 void RixStreamRecord::handleEgressRecord(U8 ttl) {
   if (!initialized()) return;
   if (ClientProbeStreamEgressRecord const* const clientEgressRecord = clientRecord_->egressRecord(ttl)) {
-    RIX_TRACE(traceHandle, 5, id_ << " egress record added, ttl=" << U32{ttl});
+    RIX_TRACE(traceHandle, 5, rixKey() << " egress record added, ttl=" << U32{ttl});
     doHandleEgressRecordPresent(*clientEgressRecord);
   } else {
-    RIX_TRACE(traceHandle, 5, id_ << " egress record deleted, ttl=" << U32{ttl});
+    RIX_TRACE(traceHandle, 5, rixKey() << " egress record deleted, ttl=" << U32{ttl});
     egressRecordSm_.del(ttl);
     zebStreamRecord_->egressRecordDel(ttl);
   }
@@ -46,7 +46,7 @@ void RixStreamRecord::handleEgressRecord(U8 ttl) {
 void RixStreamRecord::doHandleEgressRecordPresent(ClientProbeStreamEgressRecord const& clientRecord) {
   U8 const ttl = clientRecord.ttl();
   Rix::Ptr<ClientProbeStreamEgressRecord const> const client = &clientRecord;
-  Rix::Ptr<ProbeStreamEgressRecord> const egressRecord = zebStreamRecord_->egressRecordIs(ttl, id_);
+  Rix::Ptr<ProbeStreamEgressRecord> const egressRecord = zebStreamRecord_->egressRecordIs(ttl, rixKey());
   egressRecord->egressStatsIs();
   egressRecord->egressSwitchIdIs(systemId());
   doSetStreamSourceId();
@@ -56,7 +56,8 @@ void RixStreamRecord::doHandleEgressRecordPresent(ClientProbeStreamEgressRecord 
 
 void RixStreamRecord::handleIngressRecord(U8 ttl) {
   if (!initialized()) return;
-  RIX_TRACE(traceHandle, 8, "void Zeb::ZebClientWaveStatusSm::RixStreamRecord::handleIngressRecord(U8)" << ' ' << id_);
+  RIX_TRACE(traceHandle, 8,
+            "void Zeb::ZebClientWaveStatusSm::RixStreamRecord::handleIngressRecord(U8)" << ' ' << rixKey());
   if (ClientProbeStreamIngressRecord const* const clientIngressRecord = clientRecord_->ingressRecord(ttl)) {
     doHandleIngressRecordPresent(*clientIngressRecord);
   } else {
@@ -109,8 +110,8 @@ void RixStreamRecord::doMaybeSetStreamDestinationId() {
   if (!client) return;
   for (auto const& group : client->reachabilityGroupIterator()) {
     for (auto const& interface : group->interfaceIpIterator()) {
-      if (interface.value != id_.dstIp()) continue;
-      RIX_TRACE(traceHandle, 5, "destinationId: " << systemId() << " stream: " << id_);
+      if (interface.value != rixKey().dstIp()) continue;
+      RIX_TRACE(traceHandle, 5, "destinationId: " << systemId() << " stream: " << rixKey());
       zebStreamRecord_->destinationIdIs(systemId());
       return;
     }
@@ -125,7 +126,7 @@ void RixStreamRecord::handleProbeName(Rix::Name const& name) {
   // The names that stand when the record is attached come once the central record is there.
   if (!initialized()) return;
   if (clientRecord_->probeName(name)) {
-    RIX_TRACE(traceHandle, 5, "probeName: " << name << " stream: " << id_);
+    RIX_TRACE(traceHandle, 5, "probeName: " << name << " stream: " << rixKey());
     zebStreamRecord_->probeNameIs(name, true);
   } else {
     zebStreamRecord_->probeNameDel(name);
@@ -133,7 +134,8 @@ void RixStreamRecord::handleProbeName(Rix::Name const& name) {
 }
 
 void RixStreamRecord::doCleanup() {
-  RIX_TRACE(traceHandle, 5, "Stream deleted for " << id_.srcIp() << "<->" << id_.dstIp() << " at " << systemId());
+  RIX_TRACE(traceHandle, 5,
+            "Stream deleted for " << rixKey().srcIp() << "<->" << rixKey().dstIp() << " at " << systemId());
 }
 
 }  // namespace Zeb

@@ -60,7 +60,7 @@ class ZebClientWaveStatusSm : public Rix::Reactor<ZebClientWaveStatusSm> {
   Rix::Ptr<ProbeStreamTable> const zebStreamTable_;
   RixClientWaveStatus clientWaveStatus_{this};
   RixClientStreamTable clientStreamTable_{this};
-  Rix::OwnedMap<ProbeStreamId, RixStreamRecord> streamRecord_;
+  Rix::OwnedSet<ProbeStreamId, RixStreamRecord> streamRecord_;
 };
 
 // What one client stream record means for the central record of its stream.
@@ -79,6 +79,7 @@ class ZebClientWaveStatusSm::RixStreamRecord : public Rix::Reactor<RixStreamReco
     return std::tuple(Rix::Ptr<ClientProbeStreamRecord const>(clientRecord_.notifier()), zebClientWaveStatusSm_);
   }
   static constexpr std::array rixParameterNames{"streamRecord", "zebClientWaveStatusSm"};
+  ProbeStreamId const& rixKey() const { return clientRecord_.notifier()->streamId(); }
   void doCleanup();
 
   ClientProbeStreamRecord const* clientRecord() const { return clientRecord_.notifier(); }
@@ -111,11 +112,10 @@ class ZebClientWaveStatusSm::RixStreamRecord : public Rix::Reactor<RixStreamReco
   Fabric::SystemId const& systemId() const { return zebClientWaveStatusSm_->systemId(); }
 
   ZebClientWaveStatusSm* const zebClientWaveStatusSm_;
-  ProbeStreamId const id_;
   Rix::Ptr<ProbeStreamRecord> zebStreamRecord_;
   RixClientRecord clientRecord_{this};
-  Rix::OwnedMap<U8, ZebWaveIngressRecordSm> ingressRecordSm_;
-  Rix::OwnedMap<U8, ZebWaveEgressRecordSm> egressRecordSm_;
+  Rix::OwnedSet<U8, ZebWaveIngressRecordSm> ingressRecordSm_;
+  Rix::OwnedSet<U8, ZebWaveEgressRecordSm> egressRecordSm_;
 };
 
 template <class F>

@@ -28,6 +28,7 @@ class ZebPairStreamSm : public Rix::Reactor<ZebPairStreamSm> {
     }
     static constexpr std::array rixParameterNames{"streamRecord", "zebPairStreamSm"};
 
+    ProbeStreamId const& rixKey() const { return streamRecord_.notifier()->streamId(); }
     void handleSourceId() { handleId(); }
     void handleDestinationId() { handleId(); }
     // Enters the stream under its pair, once both ends are known.
@@ -77,7 +78,7 @@ class ZebPairStreamSm : public Rix::Reactor<ZebPairStreamSm> {
 
   Rix::Ptr<PairStreamStatus> const pairStreamStatus_;
   RixZebStreamTable zebStreamTable_{this};
-  Rix::OwnedMap<ProbeStreamId, RixStreamRecord> streamRecord_;
+  Rix::OwnedSet<ProbeStreamId, RixStreamRecord> streamRecord_;
 };
 
 Rix::Ptr<ZebPairStreamSm> zebPairStreamSmFactory(Rix::Ptr<ProbeStreamTable const> const& zebStreamTable,

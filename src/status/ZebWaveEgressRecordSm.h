@@ -24,6 +24,7 @@ class ZebWaveEgressRecordSm : public Rix::Reactor<ZebWaveEgressRecordSm> {
   static constexpr std::array rixParameterNames{"clientEgressRecord", "zebEgressRecord", "ttl"};
 
   U8 ttl() const { return ttl_; }
+  U8 rixKey() const { return ttl_; }
   // Follows another client record, or none, and copies all of it.
   void clientEgressRecordIs(Rix::Ptr<ClientProbeStreamEgressRecord const> const& record);
 
@@ -38,6 +39,14 @@ class ZebWaveEgressRecordSm : public Rix::Reactor<ZebWaveEgressRecordSm> {
     using Watch::Watch;
     void onNumProbesTx() override { pass(&ZebWaveEgressRecordSm::handleNumProbesTx); }
     void onEpoch() override { pass(&ZebWaveEgressRecordSm::handleEpoch); }
+    void rixPrefetch(unsigned step) override {
+      ProbeStreamEgressRecord const* const target = owner().zebEgressRecord_.get();
+      if (step == 0) {
+        Rix::prefetch(target);
+      } else if (target) {
+        Rix::Entity::rixPrefetch(target->egressStats(), step - 1);
+      }
+    }
   };
 
   void handleEgressStats();

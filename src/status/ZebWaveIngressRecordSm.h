@@ -28,6 +28,7 @@ class ZebWaveIngressRecordSm : public Rix::Reactor<ZebWaveIngressRecordSm> {
                                                 "ttl"};
 
   U8 ttl() const { return ttl_; }
+  U8 rixKey() const { return ttl_; }
   // Follows another client record, or none, and copies all of it.
   void clientIngressRecordIs(Rix::Ptr<ClientProbeStreamIngressRecord const> const& record);
 
@@ -51,6 +52,14 @@ class ZebWaveIngressRecordSm : public Rix::Reactor<ZebWaveIngressRecordSm> {
     void onProbesLost() override { pass(&ZebWaveIngressRecordSm::handleProbesLost); }
     void onProbesMisordered() override { pass(&ZebWaveIngressRecordSm::handleProbesMisordered); }
     void onProbesDuplicated() override { pass(&ZebWaveIngressRecordSm::handleProbesDuplicated); }
+    void rixPrefetch(unsigned step) override {
+      ProbeStreamSwitchIngressRecord const* const target = owner().zebSwitchIngressRecord_.get();
+      if (step == 0) {
+        Rix::prefetch(target);
+      } else if (target) {
+        Rix::Entity::rixPrefetch(target->ingressStats(), step - 1);
+      }
+    }
   };
 
   void handleIngressStats();
