@@ -52,7 +52,7 @@ void KernelService::StreamMap::streamDel(EgressStream const& stream) {
 }
 
 KernelService::KernelService(Platform::EventLoop& loop, Rix::Activity& activity, Shelf::Storage& storage,
-                             Options options, Records records)
+                             Options const& options, Records records)
     : loop_(loop),
       activity_(activity),
       records_(std::move(records)),
@@ -61,8 +61,8 @@ KernelService::KernelService(Platform::EventLoop& loop, Rix::Activity& activity,
       map_(activity, records_.status),
       view_(watcher_),
       packets_(options.tap),
-      service_(std::make_unique<Service>(std::move(options.service),
-                                         Service::Surroundings{view_, packets_, ingress_, egress_, map_})),
+      service_(
+          std::make_unique<Service>(options.service, Service::Surroundings{view_, packets_, ingress_, egress_, map_})),
       self_(std::make_shared<KernelService*>(this)) {
   service_->adopt(Platform::monotonicSeconds(), ingress_.rows(), egress_.rows());
   service_->switchChanged(Platform::monotonicSeconds());

@@ -38,7 +38,7 @@ class KernelService {
 
   /// Opens everything in the network namespace of the calling thread. `loop`, `activity` and `storage` outlive this.
   /// Throws std::system_error, std::runtime_error or Vesta::StorageException if something cannot be had.
-  KernelService(Platform::EventLoop& loop, Rix::Activity& activity, Shelf::Storage& storage, Options options,
+  KernelService(Platform::EventLoop& loop, Rix::Activity& activity, Shelf::Storage& storage, Options const& options,
                 Records records);
   ~KernelService();
   KernelService(KernelService const&) = delete;
