@@ -16,19 +16,10 @@
 //   bench_centre SUBSTREAMS    one row
 //
 // Each row runs in a process of its own, so that its memory is its own.
-#include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <numeric>
 #include <random>
 
+#include "Rows.h"
 #include "central/CentralStore.h"
 #include "central/ZebAgent.h"
 #include "model/gen/Config.h"
@@ -208,23 +199,6 @@ class Centre {
   std::vector<Wire> links_;
 };
 
-// Of the processor: with one thread that is what the clock would show on a machine that does nothing else.
-double processorSeconds() {
-  timespec time{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-template <class Action>
-double seconds(Action const& action) {
-  double const start = processorSeconds();
-  action();
-  return processorSeconds() - start;
-}
-
-std::size_t usedMemory() {
-  struct mallinfo2 const info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-}
 std::size_t residentMemory() {
   std::size_t pages = 0;
   std::size_t resident = 0;
@@ -339,30 +313,30 @@ void row(U32 subStreams) {
   }
   malloc_trim(0);
 
-  std::size_t const usedBefore = usedMemory();
+  std::size_t const usedBefore = Rows::usedMemory();
   std::size_t const residentBefore = residentMemory();
   Centre centre(layout.switches);
-  double const start = seconds([&] {
+  double const start = Rows::seconds([&] {
     for (U32 number = 0; number < layout.switches; ++number) centre.receive(number, frames[number].first);
     centre.passes(1.5);
   });
   if (centre.root().zebStreamTable()->streamRecords() != layout.streams) fail("streams are missing");
-  auto const used = static_cast<double>(usedMemory() - usedBefore);
+  auto const used = static_cast<double>(Rows::usedMemory() - usedBefore);
   auto const resident = static_cast<double>(residentMemory() - residentBefore);
 
-  double const statistics = seconds([&] { centre.passes(1); });
+  double const statistics = Rows::seconds([&] { centre.passes(1); });
   for (U32 number = 0; number < layout.switches; ++number) centre.receive(number, frames[number].nameless);
   centre.passes(1.5);
-  double const idle = seconds([&] { centre.passes(1); });
+  double const idle = Rows::seconds([&] { centre.passes(1); });
   double receive = 1e9;
   double fold = 1e9;
   for (U32 round = 0; round < rounds; ++round) {
-    receive = std::min(receive, seconds([&] {
+    receive = std::min(receive, Rows::seconds([&] {
                          for (U32 number = 0; number < layout.switches; ++number) {
                            centre.receive(number, frames[number].rounds[round]);
                          }
                        }));
-    fold = std::min(fold, seconds([&] { centre.passes(1); }) - idle);
+    fold = std::min(fold, Rows::seconds([&] { centre.passes(1); }) - idle);
   }
   U64 queued = 0;
   for (auto const& queue : centre.root().zebStreamEventsDir()->streamEventsQueueIterator()) {
@@ -380,7 +354,7 @@ void row(U32 subStreams) {
   for (U32 round = 1; round <= rounds; ++round) {
     std::vector<std::string> flatFrames;
     for (U32 number = 0; number < layout.switches; ++number) flatFrames.push_back(peer.frame(number, round));
-    flat = std::min(flat, seconds([&] {
+    flat = std::min(flat, Rows::seconds([&] {
                       for (U32 number = 0; number < layout.switches; ++number) peer.receive(number, flatFrames[number]);
                       peer.fold();
                     }));
@@ -392,27 +366,6 @@ void row(U32 subStreams) {
               start, statistics, used / subStreams, resident / subStreams, receive / subStreams * 1e9,
               fold / subStreams * 1e9, subStreams / whole * 1e-6, subStreams / flat * 1e-6, whole / flat);
   std::fflush(stdout);
-}
-
-void rowInItsOwnProcess(U32 subStreams) {
-  pid_t const child = fork();
-  if (child == 0) {
-    row(subStreams);
-    std::_Exit(0);
-  }
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) < 0 || status != 0) std::exit(1);
-}
-
-U32 number(char const* text, U32 least, U32 most) {
-  U32 value = 0;
-  char const* const end = text + std::strlen(text);
-  auto const [parsed, error] = std::from_chars(text, end, value);
-  if (error != std::errc() || parsed != end || value < least || value > most) {
-    std::fprintf(stderr, "bench_centre: \"%s\": expected a number from %u to %u\n", text, least, most);
-    std::exit(2);
-  }
-  return value;
 }
 
 }  // namespace
@@ -428,9 +381,10 @@ int main(int argc, char** argv) {
               "M/s", "M/s", "flat's");
   std::fflush(stdout);
   if (argc == 2) {
-    rowInItsOwnProcess(number(argv[1], 1000, 16'000'000));
+    row(Rows::number("bench_centre", argv[1], 1000, 16'000'000));
     return 0;
   }
-  for (U32 const subStreams : {10'000U, 1'000'000U, 4'000'000U}) rowInItsOwnProcess(subStreams);
+  for (U32 const subStreams : {10'000U, 1'000'000U, 4'000'000U})
+    Rows::inItsOwnProcess([subStreams] { row(subStreams); });
   return 0;
 }

@@ -11,16 +11,7 @@
 //
 // Each row runs in a process of its own, so that its memory is its own. A row whose orders are not complete ends the
 // program with status 1.
-#include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <charconv>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-
+#include "Rows.h"
 #include "config/ZebConfigMountSm.h"
 #include "config/ZebGroupBuilderSm.h"
 #include "config/ZebPublisherSm.h"
@@ -34,12 +25,6 @@ Fabric::SystemId switchId(U32 number) {
 }
 char const* groupOf(U32 number) {
   return number % 2 == 0 ? "left" : "right";
-}
-
-// All memory that is in use, in bytes, with what the allocator adds to each block.
-std::size_t usedMemory() {
-  struct mallinfo2 const info = mallinfo2();
-  return info.uordblks + info.hblkhd;
 }
 
 class Centre {
@@ -124,24 +109,16 @@ void expect(Centre::Count const& found, Centre::Count const& expected, char cons
   std::exit(1);
 }
 
-// Of the processor: with one thread that is what the clock would show on a machine that does nothing else.
 template <class Action>
 double milliseconds(Action const& action) {
-  auto const now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
-  };
-  double const start = now();
-  action();
-  return now() - start;
+  return Rows::seconds(action) * 1e3;
 }
 
 void row(U32 switches, U32 probes) {
   Centre centre(switches, probes);
-  std::size_t const before = usedMemory();
+  std::size_t const before = Rows::usedMemory();
   double const start = milliseconds([&] { centre.enabledIs(true); });
-  auto const memory = static_cast<double>(usedMemory() - before);
+  auto const memory = static_cast<double>(Rows::usedMemory() - before);
 
   // With l switches on the left and r on the right, each probe has l + r orders and 2 l r destinations.
   U64 left = (switches + 1) / 2;
@@ -176,27 +153,6 @@ void row(U32 switches, U32 probes) {
   std::fflush(stdout);
 }
 
-void rowInItsOwnProcess(U32 switches, U32 probes) {
-  pid_t const child = fork();
-  if (child == 0) {
-    row(switches, probes);
-    std::_Exit(0);
-  }
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) < 0 || status != 0) std::exit(1);
-}
-
-U32 number(char const* text, U32 limit) {
-  U32 value = 0;
-  char const* const end = text + std::strlen(text);
-  auto const [parsed, error] = std::from_chars(text, end, value);
-  if (error != std::errc() || parsed != end || value == 0 || value > limit) {
-    std::fprintf(stderr, "bench_configuration: \"%s\": expected a number from 1 to %u\n", text, limit);
-    std::exit(2);
-  }
-  return value;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -210,11 +166,13 @@ int main(int argc, char** argv) {
               "ms", "ms", "ms");
   std::fflush(stdout);
   if (argc == 3) {
-    row(number(argv[1], 10'000), number(argv[2], 100));
+    row(Rows::number("bench_configuration", argv[1], 1, 10'000), Rows::number("bench_configuration", argv[2], 1, 100));
     return 0;
   }
   for (U32 const probes : {1U, 10U}) {
-    for (U32 const switches : {10U, 100U, 300U, 1000U}) rowInItsOwnProcess(switches, probes);
+    for (U32 const switches : {10U, 100U, 300U, 1000U}) {
+      Rows::inItsOwnProcess([=] { row(switches, probes); });
+    }
   }
   return 0;
 }
